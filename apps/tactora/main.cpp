@@ -1,0 +1,46 @@
+// tactora: the desktop face of Tactora. Plays, records, encrypts and inspects scripts on a
+// simulated device whose files live under a root directory.
+#include <algorithm>
+#include <vector>
+
+#include "Command.h"
+
+namespace tactora::cli {
+
+namespace {
+
+std::vector<std::pair<int, CommandSetup>>& registry() {
+    static std::vector<std::pair<int, CommandSetup>> commands;
+    return commands;
+}
+
+}  // namespace
+
+RegisterCommand::RegisterCommand(int order, CommandSetup setup) { registry().emplace_back(order, setup); }
+
+}  // namespace tactora::cli
+
+int main(int argc, char** argv) {
+    using namespace tactora::cli;
+    CLI::App app{"Tactora: record, play and inspect touch-automation scripts on a simulated device"};
+    app.name("tactora");
+    app.require_subcommand(1);
+    app.fallthrough();
+    GlobalOptions options;
+    app.add_option("--root", options.host.root,
+                   "Directory under which the device tree (/var/mobile/Library/Tactora/...) lives; "
+                   "default: $TACTORA_ROOT, else ~/.tactora");
+    app.add_flag("-v,--verbose", options.host.verbose, "Print diagnostic lines on stderr");
+
+    auto commands = registry();
+    std::stable_sort(commands.begin(), commands.end(),
+                     [](const auto& a, const auto& b) { return a.first < b.first; });
+    for (auto& [order, setup] : commands) setup(app, options);
+
+    try {
+        app.parse(argc, argv);
+    } catch (const CLI::ParseError& error) {
+        return app.exit(error);
+    }
+    return options.exitCode;
+}

@@ -1,0 +1,33 @@
+#pragma once
+
+#include <string>
+
+struct lua_State;
+
+namespace tactora {
+
+// The Lua 5.2 interpreter in which scripts run. One run at a time; stopLuaRunning may be called
+// from any thread.
+class LuaBridge {
+public:
+    LuaBridge();
+    ~LuaBridge();
+    LuaBridge(const LuaBridge&) = delete;
+    LuaBridge& operator=(const LuaBridge&) = delete;
+
+    void initEnv();
+    void loadLuaExtensions();
+    void runLuaString(const std::string& script);
+    void runLuaFile(const std::string& path);
+    void stopLuaRunning();
+
+    lua_State* state() const { return L; }
+
+private:
+    lua_State* L = nullptr;
+};
+
+// Registers the 24 script functions as globals, in their fixed order.
+void registerFunctions(lua_State* L);
+
+}  // namespace tactora

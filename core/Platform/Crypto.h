@@ -1,0 +1,10 @@
+#pragma once
+
+namespace tactora {
+
+class Crypto {
+public:
+    virtual ~Crypto() = default;
+};
+
+}  // namespace tactora

@@ -1,0 +1,10 @@
+#pragma once
+
+namespace tactora {
+
+class DeviceInfo {
+public:
+    virtual ~DeviceInfo() = default;
+};
+
+}  // namespace tactora

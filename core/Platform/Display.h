@@ -1,0 +1,10 @@
+#pragma once
+
+namespace tactora {
+
+class Display {
+public:
+    virtual ~Display() = default;
+};
+
+}  // namespace tactora

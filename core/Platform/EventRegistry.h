@@ -1,0 +1,10 @@
+#pragma once
+
+namespace tactora {
+
+class EventRegistry {
+public:
+    virtual ~EventRegistry() = default;
+};
+
+}  // namespace tactora

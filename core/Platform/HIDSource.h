@@ -1,0 +1,10 @@
+#pragma once
+
+namespace tactora {
+
+class HIDSource {
+public:
+    virtual ~HIDSource() = default;
+};
+
+}  // namespace tactora

@@ -1,0 +1,10 @@
+#pragma once
+
+namespace tactora {
+
+class ImageCodec {
+public:
+    virtual ~ImageCodec() = default;
+};
+
+}  // namespace tactora

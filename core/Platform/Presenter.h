@@ -1,0 +1,10 @@
+#pragma once
+
+namespace tactora {
+
+class Presenter {
+public:
+    virtual ~Presenter() = default;
+};
+
+}  // namespace tactora
