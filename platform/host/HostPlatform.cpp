@@ -4,6 +4,7 @@
 #include "host/HostClock.h"
 #include "host/HostPaths.h"
 #include "host/MainLoop.h"
+#include "host/OpenSSLCrypto.h"
 #include "host/StderrDiagnosticLog.h"
 
 namespace tactora::host {
@@ -17,6 +18,7 @@ struct HostPlatform::Ports {
     StderrDiagnosticLog log;
     HostClock clock;
     HostQueues queues;
+    OpenSSLCrypto crypto;
 };
 
 HostPlatform::HostPlatform(const HostOptions& options) : ports_(std::make_unique<Ports>(options)) {
@@ -25,6 +27,7 @@ HostPlatform::HostPlatform(const HostOptions& options) : ports_(std::make_unique
     p.diagnosticLog = &ports_->log;
     p.clock = &ports_->clock;
     p.queues = &ports_->queues;
+    p.crypto = &ports_->crypto;
 }
 
 HostPlatform::~HostPlatform() { resetPlatform(); }
