@@ -59,11 +59,13 @@ void HostEventRegistry::load() {
     try {
         json document = json::parse(text.str());
         std::map<Key, std::string> assignments;
-        for (const json& entry : document.value("assignments", json::array()))
+        const json entries = document.value("assignments", json::array());
+        for (const json& entry : entries)
             assignments[{entry.at("event").get<std::string>(), entry.at("mode").get<std::string>()}] =
                 entry.at("listener").get<std::string>();
         std::map<std::string, std::vector<std::string>> eventModes;
-        for (const auto& [name, modes] : document.value("eventModes", json::object()).items())
+        const json modesByEvent = document.value("eventModes", json::object());
+        for (const auto& [name, modes] : modesByEvent.items())
             eventModes[name] = modes.get<std::vector<std::string>>();
         auto requiring = document.value("listenersRequiringAssignment", json::array()).get<std::set<std::string>>();
         assignments_ = std::move(assignments);
