@@ -5,6 +5,7 @@
 #include "ControlFakes.h"
 #include "Control/ActivatorManager.h"
 #include "Managers/DataManager.h"
+#include "Managers/FileManager.h"
 
 using namespace tactora;
 using namespace tactora::testing;
@@ -16,7 +17,10 @@ const std::string shake = "libactivator.motion.shake";
 
 class ActivatorManagerTest : public ::testing::Test {
 protected:
-    void SetUp() override { ASSERT_TRUE(DataManager::initDb()); }
+    void SetUp() override {
+        ASSERT_TRUE(FileManager::prepareDirectories());
+        ASSERT_TRUE(DataManager::initDb());
+    }
     size_t assignedToUs() { return device.registry.eventsAssignedToListenerWithName(listenerName).size(); }
     ControlDevice device;
 };

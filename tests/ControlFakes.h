@@ -11,6 +11,7 @@
 #include "FoundationFakes.h"
 #include "Models/Global.h"
 #include "Platform/Clock.h"
+#include "Platform/Display.h"
 #include "Platform/Feedback.h"
 #include "host/HostAlerts.h"
 #include "host/HostEventRegistry.h"
@@ -43,6 +44,13 @@ public:
     std::tm localNow() const override { return now; }
 };
 
+class FixedDisplay final : public Display {
+public:
+    Size size{320, 568};
+    Size bounds() const override { return size; }
+    double scale() const override { return 2.0; }
+};
+
 class ControlDevice : public FakeDevice {
 public:
     ControlDevice()
@@ -58,6 +66,7 @@ public:
         p.queues = &queues;
         p.clock = &clock;
         p.hidSource = &hidSource;
+        p.display = &display;
     }
     ~ControlDevice() {
         loop.drain();
@@ -90,6 +99,7 @@ public:
     host::HostHIDSource hidSource;
     CountingFeedback feedback;
     FixedClock clock;
+    FixedDisplay display;
 };
 
 }  // namespace tactora::testing
