@@ -24,7 +24,7 @@
 #include "Platform/DiagnosticLog.h"
 #include "host/OpenSSLCrypto.h"
 
-namespace tactora::testing {
+namespace tactora::crypttest {
 
 using Bytes = std::vector<std::uint8_t>;
 
@@ -196,4 +196,4 @@ inline std::optional<Bytes> waitForContent(const std::string& path, const Bytes&
     return seen;
 }
 
-}  // namespace tactora::testing
+}  // namespace tactora::crypttest

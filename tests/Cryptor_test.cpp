@@ -10,7 +10,7 @@
 #include "host/MainLoop.h"
 
 using namespace tactora;
-using namespace tactora::testing;
+using namespace tactora::crypttest;
 
 namespace {
 

@@ -6,7 +6,7 @@
 
 #include "CryptTestSupport.h"
 
-using namespace tactora::testing;
+using namespace tactora::crypttest;
 
 namespace {
 

@@ -5,7 +5,7 @@
 #include "Platform/Platform.h"
 
 using namespace tactora;
-using namespace tactora::testing;
+using namespace tactora::crypttest;
 
 namespace {
 

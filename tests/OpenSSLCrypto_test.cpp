@@ -4,7 +4,7 @@
 #include "host/OpenSSLCrypto.h"
 
 using namespace tactora;
-using namespace tactora::testing;
+using namespace tactora::crypttest;
 
 namespace {
 
