@@ -2,15 +2,18 @@
 
 #include "Platform/Platform.h"
 #include "ios/CFMessagePorts.h"
+#include "ios/CoreGraphicsImageCodec.h"
 #include "ios/GCDQueues.h"
 #include "ios/HIDDispatch.h"
 #include "ios/IOSPaths.h"
 #include "ios/LocaleLanguages.h"
 #include "ios/MachClock.h"
 #include "ios/OSLogDiagnosticLog.h"
+#include "ios/RegistryDeviceInfo.h"
 #include "ios/SpringBoardApps.h"
 #include "ios/StandardUserDefaults.h"
 #include "ios/SystemFeedback.h"
+#include "ios/UIScreenDisplay.h"
 #include "ios/UIKitAlerts.h"
 
 namespace tactora::ios {
@@ -29,6 +32,9 @@ struct Ports {
     SpringBoardApps apps;
     CFMessagePorts messagePorts;
     IOKitHIDDispatch hidDispatch;
+    UIScreenDisplay display;
+    CoreGraphicsImageCodec imageCodec;
+    RegistryDeviceInfo deviceInfo;
 };
 
 // Made once and never destroyed: the host process may still call into the core while it exits.
@@ -53,6 +59,9 @@ void installPorts() {
     current.apps = &p.apps;
     current.messagePorts = &p.messagePorts;
     current.hidDispatch = &p.hidDispatch;
+    current.display = &p.display;
+    current.imageCodec = &p.imageCodec;
+    current.deviceInfo = &p.deviceInfo;
 }
 
 CFMessagePorts& messagePorts() { return ports().messagePorts; }
