@@ -1,22 +1,28 @@
 #include "host/HostPlatform.h"
 
+#include "Platform/MessagePorts.h"
 #include "Platform/Platform.h"
 #include "host/HostClock.h"
 #include "host/HostPaths.h"
 #include "host/MainLoop.h"
 #include "host/StderrDiagnosticLog.h"
+#include "host/UnixMessagePorts.h"
 
 namespace tactora::host {
 
 struct HostPlatform::Ports {
     explicit Ports(const HostOptions& options)
-        : paths(chooseRoot(options.root)), log({}, !options.verbose), queues(loop) {}
+        : paths(chooseRoot(options.root)),
+          log({}, !options.verbose),
+          queues(loop),
+          messagePorts(paths.root(), &loop) {}
 
     MainLoop loop;
     HostPaths paths;
     StderrDiagnosticLog log;
     HostClock clock;
     HostQueues queues;
+    UnixMessagePorts messagePorts;
 };
 
 HostPlatform::HostPlatform(const HostOptions& options) : ports_(std::make_unique<Ports>(options)) {
@@ -25,6 +31,7 @@ HostPlatform::HostPlatform(const HostOptions& options) : ports_(std::make_unique
     p.diagnosticLog = &ports_->log;
     p.clock = &ports_->clock;
     p.queues = &ports_->queues;
+    p.messagePorts = &ports_->messagePorts;
 }
 
 HostPlatform::~HostPlatform() { resetPlatform(); }
