@@ -1,0 +1,133 @@
+#include <gtest/gtest.h>
+
+#include <array>
+
+#include "Control/Helper.h"
+#include "FoundationFakes.h"
+
+using namespace tactora;
+using tactora::testing::MemoryUserDefaults;
+
+namespace {
+
+constexpr const char* finishedKey = "TACTORA.SETTINGS.SHOW_PLAY_FINISHED_ALERT";
+constexpr const char* errorsByAlertKey = "TACTORA.SETTINGS.SHOW_ERRORS_BY_ALERT";
+constexpr const char* logErrorsKey = "TACTORA.SETTINGS.LOG_ERRORS";
+
+struct Option {
+    const char* key;
+    bool (*read)();
+};
+
+const Option options[] = {
+    {finishedKey, &Helper::ifShowPlayFinishedAlert},
+    {errorsByAlertKey, &Helper::ifShowErrorsByAlert},
+    {logErrorsKey, &Helper::ifLogErrors},
+};
+
+class HelperTest : public ::testing::Test {
+protected:
+    void SetUp() override { platform().userDefaults = &defaults; }
+    ScopedPlatform scope;
+    MemoryUserDefaults defaults;
+};
+
+}  // namespace
+
+TEST_F(HelperTest, AnOptionNeverSetReadsTrueAndIsStoredAsTrue) {
+    for (const Option& option : options) {
+        SCOPED_TRACE(option.key);
+        ASSERT_FALSE(defaults.objectForKey(option.key));
+        EXPECT_TRUE(option.read());
+        auto stored = defaults.objectForKey(option.key);
+        ASSERT_TRUE(stored);
+        EXPECT_EQ(*stored, DefaultsValue(true));
+    }
+    EXPECT_EQ(defaults.values.size(), 3u);
+}
+
+TEST_F(HelperTest, AStoredOptionIsReadWithTheStoresTruthRules) {
+    const std::pair<DefaultsValue, bool> stored[] = {
+        {DefaultsValue(false), false},         {DefaultsValue(true), true},
+        {DefaultsValue(std::int64_t(0)), false}, {DefaultsValue(std::int64_t(7)), true},
+        {DefaultsValue(std::string("NO")), false}, {DefaultsValue(std::string("yes")), true},
+    };
+    for (const Option& option : options) {
+        for (const auto& [value, expected] : stored) {
+            defaults.values.clear();
+            defaults.setObject(option.key, value);
+            EXPECT_EQ(option.read(), expected) << option.key;
+            EXPECT_EQ(defaults.objectForKey(option.key), value) << "a read must not rewrite " << option.key;
+        }
+    }
+}
+
+TEST_F(HelperTest, SettingsMessagesStoreTheirOptionAndIgnoreAnythingMalformed) {
+    using Bytes = std::vector<std::uint8_t>;
+    struct Case {
+        std::int32_t id;
+        Bytes data;
+        const char* key;  // the option that changes, or none
+        bool value;
+    };
+    const Case cases[] = {
+        {4, {0, 0, 0, 0}, finishedKey, false},
+        {4, {2, 0, 0, 0}, finishedKey, true},
+        {4, {0, 0, 0, 1}, finishedKey, true},  // only the top byte set: still non-zero
+        {5, {0, 0, 0, 0}, errorsByAlertKey, false},
+        {5, {1, 0, 0, 0}, errorsByAlertKey, true},
+        {6, {0, 0, 0, 0}, logErrorsKey, false},
+        {6, {0xff, 0xff, 0xff, 0xff}, logErrorsKey, true},
+        {4, {0, 0, 0, 0, 0, 0, 0, 0}, nullptr, false},
+        {5, {0, 0, 0}, nullptr, false},
+        {6, {}, nullptr, false},
+        {3, {0, 0, 0, 0}, nullptr, false},
+        {7, {0, 0, 0, 0}, nullptr, false},
+        {-4, {0, 0, 0, 0}, nullptr, false},
+        {1 << 16 | 4, {0, 0, 0, 0}, nullptr, false},
+    };
+    for (const Case& c : cases) {
+        SCOPED_TRACE(::testing::Message() << "id " << c.id << ", " << c.data.size() << " bytes");
+        // A known state first: everything on but with a marker type, so any write shows.
+        defaults.values.clear();
+        for (const Option& option : options) defaults.setObject(option.key, std::int64_t(9));
+        myCallBack(c.id, c.data);
+        for (const Option& option : options) {
+            auto stored = defaults.objectForKey(option.key);
+            if (c.key && std::string(c.key) == option.key) {
+                EXPECT_EQ(stored, DefaultsValue(c.value)) << option.key;
+            } else {
+                EXPECT_EQ(stored, DefaultsValue(std::int64_t(9))) << option.key << " must not change";
+            }
+        }
+    }
+}
+
+TEST_F(HelperTest, AnOptionTurnedOffByMessageReadsFalse) {
+    const std::array<std::uint8_t, 4> off{0, 0, 0, 0};
+    myCallBack(5, off);
+    EXPECT_FALSE(Helper::ifShowErrorsByAlert());
+    EXPECT_TRUE(Helper::ifLogErrors());
+    EXPECT_TRUE(Helper::ifShowPlayFinishedAlert());
+}
+
+TEST(StrEndsWith, ComparesTheLastBytes) {
+    struct Case {
+        const char* text;
+        const char* suffix;
+        bool expected;
+    };
+    const Case cases[] = {
+        {"[string \"...\"]:3: interrupted!", "interrupted!", true},
+        {"interrupted!", "interrupted!", true},
+        {"nterrupted!", "interrupted!", false},
+        {"interrupted! ", "interrupted!", false},
+        {"Interrupted!", "interrupted!", false},
+        {"abc", "", true},
+        {"", "", true},
+        {"", "a", false},
+        {"ab", "b", true},
+        {"ba", "b", false},
+    };
+    for (const Case& c : cases) EXPECT_EQ(str_ends_with(c.text, c.suffix), c.expected) << c.text << " / " << c.suffix;
+}
