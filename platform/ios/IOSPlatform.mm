@@ -3,6 +3,7 @@
 #include "Platform/Platform.h"
 #include "ios/CFMessagePorts.h"
 #include "ios/CoreGraphicsImageCodec.h"
+#include "ios/EventSystemHIDSource.h"
 #include "ios/GCDQueues.h"
 #include "ios/HIDDispatch.h"
 #include "ios/IOSPaths.h"
@@ -35,6 +36,7 @@ struct Ports {
     UIScreenDisplay display;
     CoreGraphicsImageCodec imageCodec;
     RegistryDeviceInfo deviceInfo;
+    EventSystemHIDSource hidSource;
 };
 
 // Made once and never destroyed: the host process may still call into the core while it exits.
@@ -46,6 +48,9 @@ Ports& ports() {
 }  // namespace
 
 void installPorts() {
+    static bool installed = false;
+    if (installed) return;
+    installed = true;
     Ports& p = ports();
     Platform& current = platform();
     current.paths = &p.paths;
@@ -62,6 +67,7 @@ void installPorts() {
     current.display = &p.display;
     current.imageCodec = &p.imageCodec;
     current.deviceInfo = &p.deviceInfo;
+    current.hidSource = &p.hidSource;
 }
 
 CFMessagePorts& messagePorts() { return ports().messagePorts; }
