@@ -14,6 +14,7 @@
 #include "ios/SpringBoardApps.h"
 #include "ios/StandardUserDefaults.h"
 #include "ios/SystemFeedback.h"
+#include "ios/UIKitPresenter.h"
 #include "ios/UIScreenDisplay.h"
 #include "ios/UIKitAlerts.h"
 
@@ -37,6 +38,7 @@ struct Ports {
     CoreGraphicsImageCodec imageCodec;
     RegistryDeviceInfo deviceInfo;
     EventSystemHIDSource hidSource;
+    UIKitPresenter presenter;
 };
 
 // Made once and never destroyed: the host process may still call into the core while it exits.
@@ -68,6 +70,7 @@ void installPorts() {
     current.imageCodec = &p.imageCodec;
     current.deviceInfo = &p.deviceInfo;
     current.hidSource = &p.hidSource;
+    current.presenter = &p.presenter;
 }
 
 CFMessagePorts& messagePorts() { return ports().messagePorts; }
