@@ -381,7 +381,10 @@ std::uint32_t getColor(double x, double y) {
 }
 
 MatchList* findColor(std::uint32_t color, std::int64_t howMany) {
-    const ScreenImage image = CaptureScreen::captureScreen();
+    return findColorInCapture(CaptureScreen::captureScreen(), color, howMany);
+}
+
+MatchList* findColorInCapture(const ScreenImage& image, std::uint32_t color, std::int64_t howMany) {
     auto* list = static_cast<MatchList*>(std::malloc(sizeof(MatchList)));
     if (!list) return nullptr;
     *list = MatchList{};
