@@ -4,6 +4,8 @@
 #include <vector>
 
 #include "Command.h"
+#include "host/DeviceProfiles.h"
+#include "host/SimulatedDisplay.h"
 
 namespace tactora::cli {
 
@@ -30,6 +32,23 @@ int main(int argc, char** argv) {
     app.add_option("--root", options.host.root,
                    "Directory under which the device tree (/var/mobile/Library/Tactora/...) lives; "
                    "default: $TACTORA_ROOT, else ~/.tactora");
+    app.add_option("--device", options.host.device,
+                   "Device profile of the simulated screen: iphone-se (320x568@2, default), iphone-8, "
+                   "iphone-8-plus, iphone-12, or WxH@S in points")
+        ->check(CLI::Validator(
+            [](std::string& name) {
+                return tactora::host::findDeviceProfile(name) ? std::string() : "unknown device profile " + name;
+            },
+            "PROFILE"));
+    app.add_option("--screen", options.host.screens,
+                   "PNG file the simulated screen shows; repeat it for a sequence (each capture shows "
+                   "the next one, the last one stays)")
+        ->check(CLI::Validator(
+            [](std::string& path) {
+                std::string error;
+                return tactora::host::loadFrame(path, error) ? std::string() : error;
+            },
+            "FILE.png"));
     app.add_flag("-v,--verbose", options.host.verbose, "Print diagnostic lines on stderr");
 
     auto commands = registry();

@@ -5,7 +5,8 @@
 
 namespace tactora {
 
-// The scripts and library directories.
+// The scripts and library directories. Paths handed in and out are paths on this machine: the
+// fixed device directories after the paths port has placed them.
 class FileManager {
 public:
     // Creates both directories when missing; on failure shows an alert and answers false.
@@ -13,6 +14,12 @@ public:
     // The names in the scripts directory whose lower-cased extension is "lua" or "e", in listing order.
     static std::vector<std::string> getAllScriptFileTitles();
     static bool fileIsDirectory(const std::string& path);
+
+    // The scripts directory and the library directory on this machine.
+    static std::string scriptsDirectoryPath();
+    static std::string libraryDirectoryPath();
+    // The scripts directory joined with a script's title.
+    static std::string scriptPath(const std::string& title);
 };
 
 }  // namespace tactora

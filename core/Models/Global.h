@@ -6,13 +6,15 @@
 
 #include "Models/PlaySettings.h"
 #include "Models/Relaxed.h"
+#include "Models/SharedReference.h"
 
 namespace tactora {
 
 class LuaBridge;
 
 // The process-wide run-time state. The main thread and the script thread share it without locks:
-// flags are relaxed atomics and the references are atomic shared pointers.
+// flags are relaxed atomics; the references are copied under a
+// lock of their own (see SharedReference).
 class Global {
 public:
     static Global& sharedInstance();
@@ -50,12 +52,12 @@ public:
 private:
     Global() = default;
 
-    std::atomic<std::shared_ptr<PlaySettings>> currentPlaySettings_;
+    SharedReference<PlaySettings> currentPlaySettings_;
     Relaxed<bool> isRecording_{false};
     Relaxed<bool> isPlaying_{false};
     Relaxed<bool> isReadyToPlay_{false};
     std::vector<int> eventArray_;
-    std::atomic<std::shared_ptr<LuaBridge>> luaBridge_;
+    SharedReference<LuaBridge> luaBridge_;
     std::atomic<void*> ioHIDEventSystem_{nullptr};
 };
 

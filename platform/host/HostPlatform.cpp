@@ -1,22 +1,57 @@
 #include "host/HostPlatform.h"
 
+#include "Kernel/CaptureScreen.h"
+#include "Platform/MessagePorts.h"
 #include "Platform/Platform.h"
 #include "host/HostClock.h"
 #include "host/HostPaths.h"
 #include "host/MainLoop.h"
+#include "host/PngCodec.h"
+#include "host/SimulatedDeviceInfo.h"
+#include "host/SimulatedDisplay.h"
 #include "host/StderrDiagnosticLog.h"
+#include "host/UnixMessagePorts.h"
 
 namespace tactora::host {
 
 struct HostPlatform::Ports {
     explicit Ports(const HostOptions& options)
-        : paths(chooseRoot(options.root)), log({}, !options.verbose), queues(loop) {}
+        : paths(chooseRoot(options.root)),
+          log({}, !options.verbose),
+          queues(loop),
+          messagePorts(paths.root(), &loop),
+          profile(chooseProfile(options.device, problems)),
+          display(profile),
+          deviceInfo(profile) {
+        std::vector<std::shared_ptr<const Frame>> frames;
+        for (const auto& path : options.screens) {
+            std::string error;
+            if (auto frame = loadFrame(path, error))
+                frames.push_back(std::move(frame));
+            else
+                problems.push_back(error);
+        }
+        display.setFrameSource(sequenceOfFrames(std::move(frames)));
+    }
+
+    static DeviceProfile chooseProfile(const std::string& name, std::vector<std::string>& problems) {
+        if (auto profile = findDeviceProfile(name)) return *profile;
+        problems.push_back("unknown device profile " + name + "; using iphone-se");
+        return deviceProfiles().front();
+    }
+
+    std::vector<std::string> problems;
 
     MainLoop loop;
     HostPaths paths;
     StderrDiagnosticLog log;
     HostClock clock;
     HostQueues queues;
+    UnixMessagePorts messagePorts;
+    DeviceProfile profile;
+    SimulatedDisplay display;
+    SimulatedDeviceInfo deviceInfo;
+    PngCodec codec;
 };
 
 HostPlatform::HostPlatform(const HostOptions& options) : ports_(std::make_unique<Ports>(options)) {
@@ -25,6 +60,13 @@ HostPlatform::HostPlatform(const HostOptions& options) : ports_(std::make_unique
     p.diagnosticLog = &ports_->log;
     p.clock = &ports_->clock;
     p.queues = &ports_->queues;
+    p.messagePorts = &ports_->messagePorts;
+    p.display = &ports_->display;
+    p.deviceInfo = &ports_->deviceInfo;
+    p.imageCodec = &ports_->codec;
+    // The cached scale factor belongs to the previous device, if any.
+    reset_screen_scale_factor();
+    for (const auto& problem : ports_->problems) ports_->log.write(problem, __FILE__, __LINE__, "HostPlatform");
 }
 
 HostPlatform::~HostPlatform() { resetPlatform(); }
@@ -32,5 +74,9 @@ HostPlatform::~HostPlatform() { resetPlatform(); }
 MainLoop& HostPlatform::mainLoop() { return ports_->loop; }
 
 const std::string& HostPlatform::root() const { return ports_->paths.root(); }
+
+SimulatedDisplay& HostPlatform::display() { return ports_->display; }
+
+const std::vector<std::string>& HostPlatform::problems() const { return ports_->problems; }
 
 }  // namespace tactora::host

@@ -2,15 +2,18 @@
 
 #include <memory>
 #include <string>
+#include <vector>
 
 namespace tactora::host {
 
 class MainLoop;
+class SimulatedDisplay;
 
 // What the command line chose for this process.
 struct HostOptions {
     std::string root;          // empty: TACTORA_ROOT or ~/.tactora
-    std::string device = "iphone-se";  // device profile of the simulated display
+    std::string device = "iphone-se";  // device profile of the simulated display (--device)
+    std::vector<std::string> screens;  // PNG files the simulated screen shows, in turn (--screen)
     bool verbose = false;      // diagnostics on stderr
 };
 
@@ -25,6 +28,10 @@ public:
 
     MainLoop& mainLoop();
     const std::string& root() const;
+    SimulatedDisplay& display();
+    // What went wrong while installing the ports (an unknown device, an unreadable screen file);
+    // the port then falls back (default device, black screen).
+    const std::vector<std::string>& problems() const;
 
 private:
     struct Ports;

@@ -1,0 +1,111 @@
+#include <gtest/gtest.h>
+#include <algorithm>
+#include <fstream>
+
+#include "FoundationFakes.h"
+#include "Managers/FileManager.h"
+
+using namespace tactora;
+using tactora::testing::FakeDevice;
+namespace fs = std::filesystem;
+
+namespace {
+
+void touch(const fs::path& path) { std::ofstream(path) << "-- script\n"; }
+
+}  // namespace
+
+TEST(FileManager, PrepareDirectoriesCreatesBothOnceAndStaysQuiet) {
+    FakeDevice device;
+    EXPECT_TRUE(FileManager::prepareDirectories());
+    EXPECT_TRUE(fs::is_directory(device.map(devicepaths::scriptsDirectory)));
+    EXPECT_TRUE(fs::is_directory(device.map(devicepaths::libraryDirectory)));
+    touch(device.map(devicepaths::scriptsDirectory) / fs::path("kept.lua"));
+    EXPECT_TRUE(FileManager::prepareDirectories());
+    EXPECT_TRUE(fs::exists(device.map(devicepaths::scriptsDirectory) / fs::path("kept.lua")));
+    EXPECT_TRUE(device.alerts.shown.empty());
+    EXPECT_EQ(FileManager::scriptPath("a.lua"), device.map("/var/mobile/Library/Tactora/Scripts/a.lua").string());
+}
+
+TEST(FileManager, AScriptsDirectoryThatCannotBeMadeIsReportedAndTheLibraryLeftAlone) {
+    FakeDevice device;
+    // A dangling link where the directory belongs: it does not exist, and nothing, not even
+    // root, can create a directory in its place.
+    fs::path scripts = device.map(devicepaths::scriptsDirectory);
+    fs::create_directories(scripts.parent_path());
+    fs::create_symlink(device.root.path() / "nowhere", scripts);
+
+    EXPECT_FALSE(FileManager::prepareDirectories());
+    ASSERT_EQ(device.alerts.shown.size(), 1u);
+    const AlertRequest& alert = device.alerts.shown[0];
+    EXPECT_EQ(alert.title, "Error");
+    EXPECT_EQ(alert.message,
+              "Failed to create Scripts directory. Info:" + std::make_error_code(std::errc::file_exists).message());
+    EXPECT_EQ(alert.cancelButton, "OK");
+    EXPECT_TRUE(alert.otherButtons.empty());
+    EXPECT_FALSE(alert.clickedButtonAtIndex);
+    EXPECT_FALSE(alert.didDismissWithButtonIndex);
+    EXPECT_FALSE(fs::exists(device.map(devicepaths::libraryDirectory)));
+}
+
+TEST(FileManager, ALibraryDirectoryThatCannotBeMadeIsReportedAfterTheScripts) {
+    FakeDevice device;
+    fs::path library = device.map(devicepaths::libraryDirectory);
+    fs::create_directories(library.parent_path());
+    fs::create_symlink(device.root.path() / "nowhere", library);
+
+    EXPECT_FALSE(FileManager::prepareDirectories());
+    EXPECT_TRUE(fs::is_directory(device.map(devicepaths::scriptsDirectory)));
+    ASSERT_EQ(device.alerts.shown.size(), 1u);
+    EXPECT_EQ(device.alerts.shown[0].message,
+              "Failed to create Library directory. Info:" + std::make_error_code(std::errc::file_exists).message());
+
+    // Something that exists is taken as it is, even a plain file.
+    fs::remove(library);
+    std::ofstream(library) << "not a directory";
+    device.alerts.shown.clear();
+    EXPECT_TRUE(FileManager::prepareDirectories());
+    EXPECT_TRUE(device.alerts.shown.empty());
+    EXPECT_TRUE(fs::is_regular_file(library));
+}
+
+TEST(FileManager, ScriptTitlesAreTheNamesEndingInLuaOrEWhateverTheirCase) {
+    FakeDevice device;
+    EXPECT_TRUE(FileManager::getAllScriptFileTitles().empty());  // no directory yet
+
+    fs::path scripts = device.map(devicepaths::scriptsDirectory);
+    fs::create_directories(scripts);
+    EXPECT_TRUE(FileManager::getAllScriptFileTitles().empty());
+    for (const char* name : {"a.lua", "b.LUA", "c.lua.e", "d.txt", "e", "g.E", "h.lua.bak", ".lua", "i.", "j.Lua"})
+        touch(scripts / name);
+    fs::create_directories(scripts / "f.lua");
+    fs::create_directories(scripts / "k.dir");
+    touch(scripts / "k.dir" / "inner.lua");
+
+    std::vector<std::string> titles = FileManager::getAllScriptFileTitles();
+    std::vector<std::string> sorted = titles;
+    std::sort(sorted.begin(), sorted.end());
+    EXPECT_EQ(sorted, (std::vector<std::string>{".lua", "a.lua", "b.LUA", "c.lua.e", "f.lua", "g.E", "j.Lua"}));
+
+    // In the order the directory lists them, not sorted.
+    std::vector<std::string> listing;
+    for (const auto& entry : fs::directory_iterator(scripts)) {
+        std::string name = entry.path().filename().string();
+        if (std::find(titles.begin(), titles.end(), name) != titles.end()) listing.push_back(name);
+    }
+    EXPECT_EQ(titles, listing);
+}
+
+TEST(FileManager, FileIsDirectoryOnlyForExistingDirectories) {
+    FakeDevice device;
+    fs::path scripts = device.map(devicepaths::scriptsDirectory);
+    fs::create_directories(scripts / "sub.lua");
+    touch(scripts / "a.lua");
+    fs::create_directory_symlink(scripts / "sub.lua", scripts / "link");
+    EXPECT_TRUE(FileManager::fileIsDirectory(scripts.string()));
+    EXPECT_TRUE(FileManager::fileIsDirectory((scripts / "sub.lua").string()));
+    EXPECT_TRUE(FileManager::fileIsDirectory((scripts / "link").string()));
+    EXPECT_FALSE(FileManager::fileIsDirectory((scripts / "a.lua").string()));
+    EXPECT_FALSE(FileManager::fileIsDirectory((scripts / "missing").string()));
+    EXPECT_FALSE(FileManager::fileIsDirectory(""));
+}

@@ -1,0 +1,135 @@
+#include <gtest/gtest.h>
+
+#include <filesystem>
+#include <fstream>
+#include <sstream>
+
+#include "ControlFakes.h"
+#include "Kernel/Recorder.h"
+#include "Models/Global.h"
+
+using namespace tactora;
+using namespace tactora::testing;
+
+namespace {
+
+std::string readFile(const std::filesystem::path& path) {
+    std::ifstream in(path, std::ios::binary);
+    std::stringstream text;
+    text << in.rdbuf();
+    return text.str();
+}
+
+HIDEvent fingers(std::uint64_t timestamp, std::vector<HIDDigitizerChild> children) {
+    HIDEvent event;
+    event.type = kIOHIDEventTypeDigitizer;
+    event.timestamp = timestamp;
+    event.children = std::move(children);
+    return event;
+}
+
+HIDEvent key(std::uint64_t timestamp, std::uint32_t page, std::uint32_t usage, std::int64_t down) {
+    HIDEvent event;
+    event.type = kIOHIDEventTypeKeyboard;
+    event.timestamp = timestamp;
+    event.usagePage = page;
+    event.usage = usage;
+    event.down = down;
+    return event;
+}
+
+constexpr std::uint32_t touchChanged = kIOHIDDigitizerEventRange | kIOHIDDigitizerEventTouch;
+constexpr std::uint32_t moved = kIOHIDDigitizerEventPosition;
+
+}  // namespace
+
+TEST(Recorder, WritesHeaderThenOneGroupPerEventWithThePauseInMicroseconds) {
+    ControlDevice device;
+    startRecording();
+    EXPECT_TRUE(Global::sharedInstance().isRecording());
+    const auto path = device.scriptsDirectory() / "2014-05-01 13:45:10.lua";
+    ASSERT_EQ(recordingFilePath(), path.string());
+
+    // Above 2^32 ticks, so the high half of the timestamp counts.
+    const std::uint64_t t0 = 5'000'000'000ull;
+    // Two fingers land in one event: two lines, no pause before the first group.
+    handle_events(fingers(t0, {{1, 1, touchChanged, 0.5, 0.25}, {2, 1, touchChanged, 0.25, 0.5}}));
+    // Finger 1 moves while finger 2 stays still: only finger 1 writes.
+    handle_events(fingers(t0 + 48'000, {{1, 1, moved, 0.503125, 0.25}, {2, 1, 0, 0.25, 0.5}}));
+    // Both still: no text, and the pause before the next line includes this time.
+    handle_events(fingers(t0 + 60'000, {{1, 1, 0, 0.503125, 0.25}, {2, 1, 0, 0.25, 0.5}}));
+    // An empty digitizer event, a key other than home and home with another down value: nothing.
+    handle_events(fingers(t0 + 61'000, {}));
+    handle_events(key(t0 + 62'000, 7, 40, 1));
+    handle_events(key(t0 + 63'000, 12, 64, 2));
+    handle_events(fingers(t0 + 96'000, {{1, 0, touchChanged, 0.503125, 0.25}, {2, 0, touchChanged, 0.25, 0.5}}));
+    handle_events(key(t0 + 96'036, 12, 64, 1));
+    handle_events(key(t0 + 96'060, 12, 64, 0));
+    stopRecording();
+
+    EXPECT_FALSE(Global::sharedInstance().isRecording());
+    EXPECT_FALSE(recordingFilePath());
+    EXPECT_EQ(readFile(path),
+              "CREATETIME=\"2014-05-01 13:45:10\";\n"
+              "SCREEN_RESOLUTION=\"320x568\";\n"
+              "\ntouchDown(1, 160.0, 142.0);\n"
+              "\ntouchDown(2, 80.0, 284.0);\n"
+              "usleep(2000.00);\n"
+              "touchMove(1, 161.0, 142.0);\n"
+              "usleep(2000.00);\n"
+              "touchUp(1, 161.0, 142.0);\n"
+              "touchUp(2, 80.0, 284.0);\n"
+              "usleep(1.50);\n"
+              "homeButtonDown();\n"
+              "usleep(1.00);\n"
+              "homeButtonUp();\n");
+}
+
+TEST(Recorder, TakesEventsFromTheSourceOnlyWhileRecording) {
+    ControlDevice device;
+    const std::uint64_t t0 = 240'000;
+    EXPECT_FALSE(device.hidSource.deliver(key(t0, 12, 64, 1)));
+
+    startRecording();
+    void* client = Global::sharedInstance().ioHIDEventSystem();
+    ASSERT_NE(client, nullptr);
+    // A second start opens a new file but keeps the client.
+    device.clock.now.tm_sec = 11;
+    startRecording();
+    EXPECT_EQ(Global::sharedInstance().ioHIDEventSystem(), client);
+
+    EXPECT_TRUE(device.hidSource.deliver(key(t0, 12, 64, 1)));
+    EXPECT_TRUE(device.hidSource.deliver(key(t0 + 2400, 12, 64, 0)));
+    device.loop.drain();
+    stopRecording();
+    EXPECT_EQ(Global::sharedInstance().ioHIDEventSystem(), nullptr);
+    EXPECT_FALSE(device.hidSource.deliver(key(t0 + 4800, 12, 64, 1)));
+
+    EXPECT_EQ(readFile(device.scriptsDirectory() / "2014-05-01 13:45:10.lua"),
+              "CREATETIME=\"2014-05-01 13:45:10\";\nSCREEN_RESOLUTION=\"320x568\";\n");
+    EXPECT_EQ(readFile(device.scriptsDirectory() / "2014-05-01 13:45:11.lua"),
+              "CREATETIME=\"2014-05-01 13:45:11\";\nSCREEN_RESOLUTION=\"320x568\";\n"
+              "homeButtonDown();\nusleep(100.00);\nhomeButtonUp();\n");
+}
+
+TEST(Recorder, AFileThatCannotBeCreatedShowsTheErrorAndRecordingGoesOn) {
+    ControlDevice device;
+    // A directory where the new script should go.
+    std::filesystem::create_directories(device.scriptsDirectory() / "2014-05-01 13:45:10.lua");
+    startRecording();
+    ASSERT_EQ(device.hostAlerts.openAlerts().size(), 1u);
+    const AlertRequest& alert = device.hostAlerts.openAlerts()[0].request;
+    EXPECT_EQ(alert.title, "Error");
+    EXPECT_EQ(alert.message.rfind("Create script failed.Info:", 0), 0u);
+    EXPECT_GT(alert.message.size(), std::string("Create script failed.Info:").size());
+    EXPECT_EQ(alert.cancelButton, "OK");
+    EXPECT_TRUE(Global::sharedInstance().isRecording());
+    handle_events(key(100, 12, 64, 1));  // dropped without harm
+    stopRecording();
+    EXPECT_TRUE(std::filesystem::is_directory(device.scriptsDirectory() / "2014-05-01 13:45:10.lua"));
+}
+
+TEST(Recorder, JoinsTheTwoHalvesOfAWideTickCount) {
+    EXPECT_EQ(convert_UnsignedWide_to_double({5, 2}), 2.0 * 4294967296.0 + 5.0);
+    EXPECT_EQ(convert_UnsignedWide_to_double({0xFFFFFFFFu, 0}), 4294967295.0);
+}
