@@ -63,6 +63,37 @@ if grep -q "warning:" "$log"; then
   fail "the build has warnings"
 fi
 
+# Each dylib names the injector, Activator and RocketBootstrap where its jailbreak keeps them, is
+# signed, and depends on nothing but the system and those three.
+objdump=$(command -v llvm-objdump || command -v llvm-objdump-14) || fail "llvm-objdump is missing (Debian: llvm)"
+check_dylib() {
+  local dylib=$1 layout=$2 headers libraries
+  headers=$("$objdump" --macho --private-headers "$dylib")
+  libraries=$(awk '/cmd LC_LOAD_DYLIB|cmd LC_LOAD_WEAK_DYLIB/ {getline; getline; print $2}' <<<"$headers")
+  local expected
+  if [ "$layout" = rootful ]; then
+    expected="/Library/Frameworks/CydiaSubstrate.framework/CydiaSubstrate /usr/lib/libactivator.dylib /usr/lib/librocketbootstrap.dylib"
+  else
+    expected="@rpath/CydiaSubstrate.framework/CydiaSubstrate @rpath/libactivator.dylib @rpath/librocketbootstrap.dylib"
+    for path in /var/jb/usr/lib /var/jb/Library/Frameworks; do
+      grep -q "path $path " <<<"$headers" || fail "$dylib has no run path $path"
+    done
+  fi
+  for library in $expected; do
+    grep -qxF "$library" <<<"$libraries" || fail "$dylib does not load $library"
+  done
+  local other
+  other=$(grep -vxF $(printf -- '-e %s ' $expected) <<<"$libraries" |
+          grep -vE '^(/System/Library/(Frameworks|PrivateFrameworks)/|/usr/lib/)' || true)
+  [ -z "$other" ] || fail "$dylib loads unexpected libraries: $other"
+  [ "$layout" = rootless ] && grep -qE '^(/usr/lib/lib(activator|rocketbootstrap)|/Library/Frameworks/)' <<<"$libraries" &&
+    fail "$dylib mixes rootful library paths into the rootless layout"
+  grep -q "cmd LC_CODE_SIGNATURE" <<<"$headers" || fail "$dylib is not signed"
+  grep -qE "^ +platform ios$" <<<"$headers" || fail "$dylib is not built for iOS"
+  return 0
+}
+for layout in rootful rootless; do check_dylib "$out/cmake/$layout/Tactora.dylib" "$layout"; done
+
 version=$(sed -n 's/^project(Tactora VERSION \([0-9.]*\).*/\1/p' CMakeLists.txt)
 packages="$out/packages"
 rm -rf "$packages" && mkdir -p "$packages"

@@ -3,6 +3,7 @@
 #include "Platform/Platform.h"
 #include "ios/CFMessagePorts.h"
 #include "ios/CoreGraphicsImageCodec.h"
+#include "ios/EventSystemHIDSource.h"
 #include "ios/GCDQueues.h"
 #include "ios/HIDDispatch.h"
 #include "ios/IOSPaths.h"
@@ -13,6 +14,7 @@
 #include "ios/SpringBoardApps.h"
 #include "ios/StandardUserDefaults.h"
 #include "ios/SystemFeedback.h"
+#include "ios/UIKitPresenter.h"
 #include "ios/UIScreenDisplay.h"
 #include "ios/UIKitAlerts.h"
 
@@ -35,6 +37,8 @@ struct Ports {
     UIScreenDisplay display;
     CoreGraphicsImageCodec imageCodec;
     RegistryDeviceInfo deviceInfo;
+    EventSystemHIDSource hidSource;
+    UIKitPresenter presenter;
 };
 
 // Made once and never destroyed: the host process may still call into the core while it exits.
@@ -46,6 +50,9 @@ Ports& ports() {
 }  // namespace
 
 void installPorts() {
+    static bool installed = false;
+    if (installed) return;
+    installed = true;
     Ports& p = ports();
     Platform& current = platform();
     current.paths = &p.paths;
@@ -62,6 +69,8 @@ void installPorts() {
     current.display = &p.display;
     current.imageCodec = &p.imageCodec;
     current.deviceInfo = &p.deviceInfo;
+    current.hidSource = &p.hidSource;
+    current.presenter = &p.presenter;
 }
 
 CFMessagePorts& messagePorts() { return ports().messagePorts; }

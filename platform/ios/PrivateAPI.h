@@ -56,9 +56,9 @@ enum : IOHIDEventField {
     kIOHIDEventFieldKeyboardDown = (kIOHIDEventTypeKeyboard << 16) | 2,
     kIOHIDEventFieldDigitizerX = (kIOHIDEventTypeDigitizer << 16) | 0,
     kIOHIDEventFieldDigitizerY = (kIOHIDEventTypeDigitizer << 16) | 1,
-    kIOHIDEventFieldDigitizerIndex = (kIOHIDEventTypeDigitizer << 16) | 3,
     kIOHIDEventFieldDigitizerType = (kIOHIDEventTypeDigitizer << 16) | 4,
-    kIOHIDEventFieldDigitizerIdentity = (kIOHIDEventTypeDigitizer << 16) | 5,
+    kIOHIDEventFieldDigitizerIndex = (kIOHIDEventTypeDigitizer << 16) | 5,
+    kIOHIDEventFieldDigitizerIdentity = (kIOHIDEventTypeDigitizer << 16) | 6,
     kIOHIDEventFieldDigitizerEventMask = (kIOHIDEventTypeDigitizer << 16) | 7,
     kIOHIDEventFieldDigitizerRange = (kIOHIDEventTypeDigitizer << 16) | 8,
     kIOHIDEventFieldDigitizerTouch = (kIOHIDEventTypeDigitizer << 16) | 9,
@@ -101,6 +101,8 @@ IOHIDEventSystemClientRef IOHIDEventSystemClientCreate(CFAllocatorRef allocator)
 void IOHIDEventSystemClientDispatchEvent(IOHIDEventSystemClientRef client, IOHIDEventRef event);
 void IOHIDEventSystemClientScheduleWithRunLoop(IOHIDEventSystemClientRef client, CFRunLoopRef runLoop,
                                                CFStringRef mode);
+void IOHIDEventSystemClientUnscheduleWithRunLoop(IOHIDEventSystemClientRef client, CFRunLoopRef runLoop,
+                                                 CFStringRef mode);
 void IOHIDEventSystemClientRegisterEventCallback(IOHIDEventSystemClientRef client,
                                                  IOHIDEventSystemClientEventCallback callback, void* target,
                                                  void* refcon);
