@@ -3,9 +3,14 @@
 #include "Kernel/CaptureScreen.h"
 #include "Platform/MessagePorts.h"
 #include "Platform/Platform.h"
+#include "host/ConsoleAlerts.h"
+#include "host/EnvLanguages.h"
+#include "host/FileUserDefaults.h"
 #include "host/HostClock.h"
+#include "host/HostFeedback.h"
 #include "host/HostPaths.h"
 #include "host/MainLoop.h"
+#include "host/SimulatedApps.h"
 #include "host/PngCodec.h"
 #include "host/SimulatedDeviceInfo.h"
 #include "host/SimulatedDisplay.h"
@@ -22,7 +27,9 @@ struct HostPlatform::Ports {
           messagePorts(paths.root(), &loop),
           profile(chooseProfile(options.device, problems)),
           display(profile),
-          deviceInfo(profile) {
+          deviceInfo(profile),
+          userDefaults(paths.map(userDefaultsDevicePath)),
+          languages(options.language) {
         std::vector<std::shared_ptr<const Frame>> frames;
         for (const auto& path : options.screens) {
             std::string error;
@@ -47,11 +54,16 @@ struct HostPlatform::Ports {
     StderrDiagnosticLog log;
     HostClock clock;
     HostQueues queues;
+    SimulatedApps apps;
+    HostFeedback feedback;
     UnixMessagePorts messagePorts;
     DeviceProfile profile;
     SimulatedDisplay display;
     SimulatedDeviceInfo deviceInfo;
     PngCodec codec;
+    FileUserDefaults userDefaults;
+    EnvLanguages languages;
+    ConsoleAlerts alerts;
 };
 
 HostPlatform::HostPlatform(const HostOptions& options) : ports_(std::make_unique<Ports>(options)) {
@@ -60,10 +72,15 @@ HostPlatform::HostPlatform(const HostOptions& options) : ports_(std::make_unique
     p.diagnosticLog = &ports_->log;
     p.clock = &ports_->clock;
     p.queues = &ports_->queues;
+    p.apps = &ports_->apps;
+    p.feedback = &ports_->feedback;
     p.messagePorts = &ports_->messagePorts;
     p.display = &ports_->display;
     p.deviceInfo = &ports_->deviceInfo;
     p.imageCodec = &ports_->codec;
+    p.userDefaults = &ports_->userDefaults;
+    p.languages = &ports_->languages;
+    p.alerts = &ports_->alerts;
     // The cached scale factor belongs to the previous device, if any.
     reset_screen_scale_factor();
     for (const auto& problem : ports_->problems) ports_->log.write(problem, __FILE__, __LINE__, "HostPlatform");
@@ -72,6 +89,10 @@ HostPlatform::HostPlatform(const HostOptions& options) : ports_(std::make_unique
 HostPlatform::~HostPlatform() { resetPlatform(); }
 
 MainLoop& HostPlatform::mainLoop() { return ports_->loop; }
+
+SimulatedApps& HostPlatform::apps() { return ports_->apps; }
+
+HostFeedback& HostPlatform::feedback() { return ports_->feedback; }
 
 const std::string& HostPlatform::root() const { return ports_->paths.root(); }
 

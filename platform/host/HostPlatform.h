@@ -7,6 +7,8 @@
 namespace tactora::host {
 
 class MainLoop;
+class SimulatedApps;
+class HostFeedback;
 class SimulatedDisplay;
 
 // What the command line chose for this process.
@@ -15,6 +17,8 @@ struct HostOptions {
     std::string device = "iphone-se";  // device profile of the simulated display (--device)
     std::vector<std::string> screens;  // PNG files the simulated screen shows, in turn (--screen)
     bool verbose = false;      // diagnostics on stderr
+    std::string language;      // first preferred language, exactly as given (--language); empty:
+                               // TACTORA_LANGUAGE, else LANGUAGE, LC_ALL, LANG
 };
 
 // Installs every host port for this process. The returned object owns them; keep it alive as
@@ -27,6 +31,8 @@ public:
     HostPlatform& operator=(const HostPlatform&) = delete;
 
     MainLoop& mainLoop();
+    SimulatedApps& apps();
+    HostFeedback& feedback();
     const std::string& root() const;
     SimulatedDisplay& display();
     // What went wrong while installing the ports (an unknown device, an unreadable screen file);
