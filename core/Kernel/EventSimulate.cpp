@@ -1,5 +1,6 @@
 #include "Kernel/EventSimulate.h"
 
+#include <algorithm>
 #include <cstring>
 #include <memory>
 #include <mutex>
@@ -33,8 +34,9 @@ std::int32_t send(std::int32_t messageId, std::span<const std::uint8_t> payload)
     if (!freshLocked()) return -1;
     std::vector<std::uint8_t> reply;
     remotePort->sendRequest(messageId, payload, sendTimeout, receiveTimeout, &reply);
+    // The receiver never replies, so this is 0 whenever the port was reached.
     std::int32_t result = 0;
-    std::memcpy(&result, reply.data(), std::min<size_t>(reply.size(), sizeof result));
+    if (!reply.empty()) std::memcpy(&result, reply.data(), std::min(reply.size(), sizeof result));
     return result;
 }
 

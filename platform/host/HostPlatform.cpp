@@ -1,6 +1,7 @@
 #include "host/HostPlatform.h"
 
 #include "Kernel/CaptureScreen.h"
+#include "Platform/MessagePorts.h"
 #include "Platform/Platform.h"
 #include "host/HostClock.h"
 #include "host/HostPaths.h"
@@ -9,6 +10,7 @@
 #include "host/SimulatedDeviceInfo.h"
 #include "host/SimulatedDisplay.h"
 #include "host/StderrDiagnosticLog.h"
+#include "host/UnixMessagePorts.h"
 
 namespace tactora::host {
 
@@ -17,6 +19,7 @@ struct HostPlatform::Ports {
         : paths(chooseRoot(options.root)),
           log({}, !options.verbose),
           queues(loop),
+          messagePorts(paths.root(), &loop),
           profile(chooseProfile(options.device, problems)),
           display(profile),
           deviceInfo(profile) {
@@ -44,6 +47,7 @@ struct HostPlatform::Ports {
     StderrDiagnosticLog log;
     HostClock clock;
     HostQueues queues;
+    UnixMessagePorts messagePorts;
     DeviceProfile profile;
     SimulatedDisplay display;
     SimulatedDeviceInfo deviceInfo;
@@ -56,6 +60,7 @@ HostPlatform::HostPlatform(const HostOptions& options) : ports_(std::make_unique
     p.diagnosticLog = &ports_->log;
     p.clock = &ports_->clock;
     p.queues = &ports_->queues;
+    p.messagePorts = &ports_->messagePorts;
     p.display = &ports_->display;
     p.deviceInfo = &ports_->deviceInfo;
     p.imageCodec = &ports_->codec;

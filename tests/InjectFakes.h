@@ -1,0 +1,82 @@
+// Helpers shared by the injection tests: a scratch root, a main loop on a thread of its own and a
+// HID layer that keeps what it was asked to dispatch.
+#pragma once
+
+#include <gtest/gtest.h>
+
+#include <cstdlib>
+#include <filesystem>
+#include <mutex>
+#include <string>
+#include <thread>
+#include <vector>
+
+#include "Platform/HIDDispatch.h"
+#include "host/MainLoop.h"
+
+namespace tactora::testing {
+
+// A fresh directory, removed with everything in it when the test ends.
+class TempRoot {
+public:
+    explicit TempRoot(const std::string& prefix = "tactora-inject") {
+        std::string pattern = (std::filesystem::temp_directory_path() / (prefix + "-XXXXXX")).string();
+        if (!::mkdtemp(pattern.data())) ADD_FAILURE() << "mkdtemp failed";
+        path_ = pattern;
+    }
+    ~TempRoot() {
+        std::error_code ignored;
+        std::filesystem::remove_all(path_, ignored);
+    }
+    TempRoot(const TempRoot&) = delete;
+    TempRoot& operator=(const TempRoot&) = delete;
+    const std::string& path() const { return path_; }
+
+private:
+    std::string path_;
+};
+
+// Runs a MainLoop on its own thread for the life of the object.
+class LoopThread {
+public:
+    LoopThread() : thread_([this] { loop_.run(); }) {}
+    ~LoopThread() {
+        loop_.quit();
+        thread_.join();
+    }
+    host::MainLoop& loop() { return loop_; }
+    std::thread::id id() const { return thread_.get_id(); }
+
+private:
+    host::MainLoop loop_;
+    std::thread thread_;
+};
+
+// A HID layer that records every event and answers with a chosen display.
+class RecordingHIDDispatch final : public HIDDispatch {
+public:
+    void dispatchDigitizer(const HandEventDescription& hand) override {
+        std::lock_guard lock(mutex);
+        hands.push_back(hand);
+    }
+    void dispatchKeyboard(const KeyboardEventDescription& key) override {
+        std::lock_guard lock(mutex);
+        keys.push_back(key);
+    }
+    DigitizerDisplay display() const override {
+        ++displayQueries;
+        return screen;
+    }
+    void userEventOccurred() override { ++userEvents; }
+    std::uint64_t absoluteTime() const override { return ++ticks; }
+
+    DigitizerDisplay screen{640, 1136, true, 2.0f};
+    std::mutex mutex;
+    std::vector<HandEventDescription> hands;
+    std::vector<KeyboardEventDescription> keys;
+    mutable int displayQueries = 0;
+    int userEvents = 0;
+    mutable std::uint64_t ticks = 1000;
+};
+
+}  // namespace tactora::testing
