@@ -11,9 +11,16 @@ namespace devicepaths {
 inline constexpr std::string_view scriptsDirectory = "/var/mobile/Library/Tactora/Scripts";
 inline constexpr std::string_view libraryDirectory = "/var/mobile/Library/Tactora/Library";
 inline constexpr std::string_view logFile = "/var/mobile/Library/Tactora/Library/log.log";
-// Belongs to the installed package (rootless jailbreaks put it under /var/jb).
+// The installed package's own directory; rootless jailbreaks put it (and everything below it)
+// under /var/jb.
+inline constexpr std::string_view packageDirectory = "/Applications/Tactora.app";
 inline constexpr std::string_view extensionsFile = "/Applications/Tactora.app/Extensions.lua";
 }  // namespace devicepaths
+
+// Where `devicePath` lives when the package was installed under `packageRoot` ("" for a rootful
+// jailbreak, "/var/jb" for a rootless one): the package directory and what lies below it move
+// with the package; every other path (user data included) stays where it is.
+std::string packagePath(std::string_view devicePath, std::string_view packageRoot);
 
 class Paths {
 public:

@@ -1,0 +1,72 @@
+#include "ios/EventSystemHIDSource.h"
+
+#include <map>
+#include <memory>
+
+#include "ios/PrivateAPI.h"
+
+namespace tactora::ios {
+
+namespace {
+
+// Each client's callback, by client; touched on the main thread only.
+std::map<void*, std::unique_ptr<HIDEventCallback>>& callbacks() {
+    static auto* map = new std::map<void*, std::unique_ptr<HIDEventCallback>>;
+    return *map;
+}
+
+// Copies the fields the recorder reads into plain values.
+HIDEvent plainEvent(IOHIDEventRef event) {
+    HIDEvent plain;
+    plain.type = IOHIDEventGetType(event);
+    plain.timestamp = IOHIDEventGetTimeStamp(event);
+    if (plain.type == kIOHIDEventTypeKeyboard) {
+        plain.usagePage = static_cast<std::uint32_t>(IOHIDEventGetIntegerValue(event, kIOHIDEventFieldKeyboardUsagePage));
+        plain.usage = static_cast<std::uint32_t>(IOHIDEventGetIntegerValue(event, kIOHIDEventFieldKeyboardUsage));
+        plain.down = IOHIDEventGetIntegerValue(event, kIOHIDEventFieldKeyboardDown);
+    } else if (plain.type == kIOHIDEventTypeDigitizer) {
+        CFArrayRef children = IOHIDEventGetChildren(event);
+        CFIndex count = children ? CFArrayGetCount(children) : 0;
+        for (CFIndex i = 0; i < count; ++i) {
+            auto child = static_cast<IOHIDEventRef>(const_cast<void*>(CFArrayGetValueAtIndex(children, i)));
+            HIDDigitizerChild finger;
+            finger.index = static_cast<std::uint32_t>(IOHIDEventGetIntegerValue(child, kIOHIDEventFieldDigitizerIndex));
+            finger.touch = static_cast<std::uint32_t>(IOHIDEventGetIntegerValue(child, kIOHIDEventFieldDigitizerTouch));
+            finger.eventMask =
+                static_cast<std::uint32_t>(IOHIDEventGetIntegerValue(child, kIOHIDEventFieldDigitizerEventMask));
+            finger.x = IOHIDEventGetFloatValue(child, kIOHIDEventFieldDigitizerX);
+            finger.y = IOHIDEventGetFloatValue(child, kIOHIDEventFieldDigitizerY);
+            plain.children.push_back(finger);
+        }
+    }
+    return plain;
+}
+
+void received(void* target, void*, void*, IOHIDEventRef event) {
+    if (!event) return;
+    auto found = callbacks().find(target);
+    if (found == callbacks().end()) return;
+    (*found->second)(plainEvent(event));
+}
+
+}  // namespace
+
+void* EventSystemHIDSource::startDelivering(HIDEventCallback callback) {
+    IOHIDEventSystemClientRef client = IOHIDEventSystemClientCreate(kCFAllocatorDefault);
+    if (!client) return nullptr;
+    callbacks()[client] = std::make_unique<HIDEventCallback>(std::move(callback));
+    IOHIDEventSystemClientScheduleWithRunLoop(client, CFRunLoopGetMain(), kCFRunLoopDefaultMode);
+    IOHIDEventSystemClientRegisterEventCallback(client, &received, client, nullptr);
+    return client;
+}
+
+void EventSystemHIDSource::stopDelivering(void* client) {
+    if (!client) return;
+    auto eventClient = static_cast<IOHIDEventSystemClientRef>(client);
+    IOHIDEventSystemClientUnregisterEventCallback(eventClient);
+    IOHIDEventSystemClientUnscheduleWithRunLoop(eventClient, CFRunLoopGetMain(), kCFRunLoopDefaultMode);
+    callbacks().erase(client);
+    CFRelease(eventClient);
+}
+
+}  // namespace tactora::ios

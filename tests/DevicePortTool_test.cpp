@@ -1,0 +1,139 @@
+// The device-side port tool (scripts/device/port-message.py) must speak the wire format the core
+// speaks: its dry run is compared with what EventSimulate sends and what the settings callback
+// accepts.
+#include <gtest/gtest.h>
+
+#include <cstdio>
+#include <sstream>
+#include <string>
+#include <vector>
+
+#include "Control/Helper.h"
+#include "FoundationFakes.h"
+#include "Kernel/EventSimulate.h"
+#include "Platform/MessagePorts.h"
+#include "Platform/Platform.h"
+
+namespace tactora {
+namespace {
+
+struct Message {
+    std::string port;
+    std::int32_t id = 0;
+    std::string hex;
+    bool operator==(const Message&) const = default;
+};
+
+std::ostream& operator<<(std::ostream& out, const Message& m) { return out << m.port << " " << m.id << " " << m.hex; }
+
+std::string hexOf(std::span<const std::uint8_t> bytes) {
+    static const char digits[] = "0123456789abcdef";
+    std::string hex;
+    for (std::uint8_t byte : bytes) {
+        hex += digits[byte >> 4];
+        hex += digits[byte & 15];
+    }
+    return hex;
+}
+
+// What the tool would send, one message a line.
+std::vector<Message> toolDryRun(const std::string& arguments) {
+    std::string command =
+        "python3 " TACTORA_SOURCE_DIR "/scripts/device/port-message.py --dry-run " + arguments + " 2>&1";
+    std::vector<Message> messages;
+    FILE* pipe = popen(command.c_str(), "r");
+    if (!pipe) return messages;
+    char line[512];
+    while (std::fgets(line, sizeof line, pipe)) {
+        std::istringstream fields(line);
+        Message m;
+        fields >> m.port >> m.id >> m.hex;
+        messages.push_back(m);
+    }
+    EXPECT_EQ(pclose(pipe), 0) << command;
+    return messages;
+}
+
+class RecordingRemotePort final : public RemoteMessagePort {
+public:
+    RecordingRemotePort(std::string name, std::vector<Message>& sent) : name_(std::move(name)), sent_(sent) {}
+    bool isValid() const override { return true; }
+    SendStatus sendRequest(std::int32_t messageId, std::span<const std::uint8_t> data, double, double,
+                           std::vector<std::uint8_t>*) override {
+        sent_.push_back({name_, messageId, hexOf(data)});
+        return SendStatus::success;
+    }
+
+private:
+    std::string name_;
+    std::vector<Message>& sent_;
+};
+
+class RecordingPorts final : public MessagePorts {
+public:
+    std::vector<Message> sent;
+    std::unique_ptr<RemoteMessagePort> createRemote(const std::string& name) override {
+        return std::make_unique<RecordingRemotePort>(name, sent);
+    }
+};
+
+class DevicePortTool : public ::testing::Test {
+protected:
+    void SetUp() override {
+        platform().messagePorts = &ports;
+        EventSimulate::resetConnection();
+    }
+    void TearDown() override { EventSimulate::resetConnection(); }
+
+    ScopedPlatform scope;
+    RecordingPorts ports;
+};
+
+TEST_F(DevicePortTool, TapsSwipesAndHomePressesMatchTheSender) {
+    EventSimulate::touchDown(3, 40, 60);
+    EventSimulate::syncEvent();
+    EventSimulate::touchUp(3, 40, 60);
+    EventSimulate::syncEvent();
+    EXPECT_EQ(toolDryRun("tap 40 60 3"), ports.sent);
+
+    ports.sent.clear();
+    EventSimulate::touchDown(1, -5, 300);
+    EventSimulate::syncEvent();
+    for (int step = 1; step <= 10; ++step) {
+        EventSimulate::touchMove(1, -5 + 2 * step, 300);  // whole points, as scripts give them
+        EventSimulate::syncEvent();
+    }
+    EventSimulate::touchUp(1, 15, 300);
+    EventSimulate::syncEvent();
+    EXPECT_EQ(toolDryRun("swipe -5 300 15 300"), ports.sent);
+
+    ports.sent.clear();
+    EventSimulate::keyDown(1);
+    EventSimulate::keyUp(1);
+    EXPECT_EQ(toolDryRun("home"), ports.sent);
+}
+
+TEST_F(DevicePortTool, SettingsMessagesAreTheOnesTheSettingsPortAccepts) {
+    testing::MemoryUserDefaults defaults;
+    platform().userDefaults = &defaults;
+    auto deliver = [](const std::string& arguments) {
+        std::vector<Message> messages = toolDryRun(arguments);
+        ASSERT_EQ(messages.size(), 1u) << arguments;
+        EXPECT_EQ(messages[0].port, settingsPortName);
+        std::vector<std::uint8_t> bytes;
+        for (size_t i = 0; i + 1 < messages[0].hex.size(); i += 2)
+            bytes.push_back(static_cast<std::uint8_t>(std::stoi(messages[0].hex.substr(i, 2), nullptr, 16)));
+        myCallBack(messages[0].id, bytes);
+    };
+    deliver("settings 4 0");
+    deliver("settings 5 0");
+    deliver("settings 6 2");
+    EXPECT_FALSE(Helper::ifShowPlayFinishedAlert());
+    EXPECT_FALSE(Helper::ifShowErrorsByAlert());
+    EXPECT_TRUE(defaults.boolForKey("TACTORA.SETTINGS.LOG_ERRORS"));
+    deliver("settings 4 1");
+    EXPECT_TRUE(Helper::ifShowPlayFinishedAlert());
+}
+
+}  // namespace
+}  // namespace tactora
