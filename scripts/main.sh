@@ -7,4 +7,18 @@ bash scripts/setup.sh
 bash scripts/build.sh release
 root="$here/build/demo-root"
 rm -rf "$root"
-./build/release/tactora --root "$root" --help
+tactora() { ./build/release/tactora --root "$root" "$@"; }
+
+echo "== a fresh device: no scripts yet (the directories and the database are made on the way)"
+tactora scripts
+printf 'touchDown(0, 100, 200)\nusleep(50000)\ntouchUp(0, 100, 200)\n' \
+  >"$root/var/mobile/Library/Tactora/Scripts/tap.lua"
+printf 'usleep(1000000)\n' >"$root/var/mobile/Library/Tactora/Scripts/wait.lua"
+
+echo "== store play settings for tap.lua: 3 times, 2 s apart, at 1.5x, without asking"
+tactora settings --script tap.lua --repeat 3 --interval 2 --speed 1.5 --play-directly on
+echo "== turn off the finished alert"
+tactora settings --set show-play-finished-alert=off
+
+echo "== the scripts, marked as the control panel marks them"
+tactora scripts

@@ -49,6 +49,9 @@ int main(int argc, char** argv) {
                 return tactora::host::loadFrame(path, error) ? std::string() : error;
             },
             "FILE.png"));
+    app.add_option("--language", options.host.language,
+                   "First preferred language of the interface, exactly as the device names it: ja, "
+                   "zh-Hans, zh-Hant, en; default: $TACTORA_LANGUAGE, else $LANGUAGE, $LC_ALL, $LANG");
     app.add_flag("-v,--verbose", options.host.verbose, "Print diagnostic lines on stderr");
 
     auto commands = registry();

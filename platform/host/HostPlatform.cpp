@@ -3,6 +3,9 @@
 #include "Kernel/CaptureScreen.h"
 #include "Platform/MessagePorts.h"
 #include "Platform/Platform.h"
+#include "host/ConsoleAlerts.h"
+#include "host/EnvLanguages.h"
+#include "host/FileUserDefaults.h"
 #include "host/HostClock.h"
 #include "host/HostPaths.h"
 #include "host/MainLoop.h"
@@ -22,7 +25,9 @@ struct HostPlatform::Ports {
           messagePorts(paths.root(), &loop),
           profile(chooseProfile(options.device, problems)),
           display(profile),
-          deviceInfo(profile) {
+          deviceInfo(profile),
+          userDefaults(paths.map(userDefaultsDevicePath)),
+          languages(options.language) {
         std::vector<std::shared_ptr<const Frame>> frames;
         for (const auto& path : options.screens) {
             std::string error;
@@ -52,6 +57,9 @@ struct HostPlatform::Ports {
     SimulatedDisplay display;
     SimulatedDeviceInfo deviceInfo;
     PngCodec codec;
+    FileUserDefaults userDefaults;
+    EnvLanguages languages;
+    ConsoleAlerts alerts;
 };
 
 HostPlatform::HostPlatform(const HostOptions& options) : ports_(std::make_unique<Ports>(options)) {
@@ -64,6 +72,9 @@ HostPlatform::HostPlatform(const HostOptions& options) : ports_(std::make_unique
     p.display = &ports_->display;
     p.deviceInfo = &ports_->deviceInfo;
     p.imageCodec = &ports_->codec;
+    p.userDefaults = &ports_->userDefaults;
+    p.languages = &ports_->languages;
+    p.alerts = &ports_->alerts;
     // The cached scale factor belongs to the previous device, if any.
     reset_screen_scale_factor();
     for (const auto& problem : ports_->problems) ports_->log.write(problem, __FILE__, __LINE__, "HostPlatform");

@@ -15,6 +15,8 @@ struct HostOptions {
     std::string device = "iphone-se";  // device profile of the simulated display (--device)
     std::vector<std::string> screens;  // PNG files the simulated screen shows, in turn (--screen)
     bool verbose = false;      // diagnostics on stderr
+    std::string language;      // first preferred language, exactly as given (--language); empty:
+                               // TACTORA_LANGUAGE, else LANGUAGE, LC_ALL, LANG
 };
 
 // Installs every host port for this process. The returned object owns them; keep it alive as
