@@ -90,6 +90,9 @@ check_dylib() {
     fail "$dylib mixes rootful library paths into the rootless layout"
   grep -q "cmd LC_CODE_SIGNATURE" <<<"$headers" || fail "$dylib is not signed"
   "$objdump" --macho --section-headers "$dylib" | grep -q __mod_init_func || fail "$dylib has no load-time constructor"
+  "$objdump" --macho --section-headers "$dylib" | grep -q __objc_nlclslist &&
+    "$objdump" --macho --objc-meta-data "$dylib" | grep -qE "name 0x[0-9a-f]+ ActionListener$" ||
+    fail "$dylib has no Activator listener class loaded at start"
   [ -z "$("$objdump" --macho --exports-trie "$dylib" | grep -v -e "^Exports trie:" -e "Tactora.dylib:$" -e "^$" || true)" ] ||
     fail "$dylib exports symbols"
   grep -qE "^ +platform ios$" <<<"$headers" || fail "$dylib is not built for iOS"
