@@ -89,6 +89,9 @@ check_dylib() {
   [ "$layout" = rootless ] && grep -qE '^(/usr/lib/lib(activator|rocketbootstrap)|/Library/Frameworks/)' <<<"$libraries" &&
     fail "$dylib mixes rootful library paths into the rootless layout"
   grep -q "cmd LC_CODE_SIGNATURE" <<<"$headers" || fail "$dylib is not signed"
+  "$objdump" --macho --section-headers "$dylib" | grep -q __mod_init_func || fail "$dylib has no load-time constructor"
+  [ -z "$("$objdump" --macho --exports-trie "$dylib" | grep -v -e "^Exports trie:" -e "Tactora.dylib:$" -e "^$" || true)" ] ||
+    fail "$dylib exports symbols"
   grep -qE "^ +platform ios$" <<<"$headers" || fail "$dylib is not built for iOS"
   return 0
 }

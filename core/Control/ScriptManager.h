@@ -1,5 +1,8 @@
 #pragma once
 
+#include <cstdint>
+#include <functional>
+
 namespace tactora {
 
 // Plays the current play settings of Global on a background queue, as often as they ask.
@@ -11,6 +14,12 @@ public:
     static void doRunNow();
     // Asks the run to stop; returns at once.
     static void stopPlaying();
+
+    // Called on the main thread after every run's finishing step, once the flags are cleared
+    // (the CLI waits for it; tests too). Empty: nobody is told. Replaces any earlier observer.
+    static void setFinishedObserver(std::function<void()> observer);
+    // Called on the run's thread just before each pass plays (1, 2, ...). Empty: nobody is told.
+    static void setPassObserver(std::function<void(std::uint64_t pass)> observer);
 };
 
 }  // namespace tactora

@@ -9,6 +9,7 @@
 #include <vector>
 
 #include "Kernel/ScreenFunctions.h"
+#include "Kernel/SearchKernels.h"
 #include "Platform/ImageCodec.h"
 #include "Platform/Paths.h"
 #include "Platform/Platform.h"
@@ -80,14 +81,8 @@ PixelBuffer* getImageData(const ScreenImage& image) {
         std::free(buffer);
         return nullptr;
     }
-    // B, G, R, X -> R, G, B, 255: one 32-bit word at a time, which compilers vectorise.
-    const std::uint8_t* from = image.pixels.get();
-    for (std::size_t i = 0; i < width * height; ++i) {
-        std::uint32_t v;
-        std::memcpy(&v, from + i * 4, 4);
-        const std::uint32_t out = ((v >> 16) & 0xFFu) | (v & 0xFF00u) | ((v & 0xFFu) << 16) | 0xFF000000u;
-        std::memcpy(data + i * 4, &out, 4);
-    }
+    // What drawing an opaque B, G, R, X image into an R, G, B, A premultiplied context gives.
+    if (bytes) searchKernels().bgrxToRgba(image.pixels.get(), data, width * height);
     *buffer = PixelBuffer{data, width, height, width * 4, 4};
     return buffer;
 }

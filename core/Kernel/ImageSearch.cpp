@@ -1,13 +1,17 @@
 #include "Kernel/ImageSearch.h"
 
+#include <algorithm>
+#include <bit>
 #include <cmath>
 #include <cstring>
 #include <fstream>
 #include <iterator>
+#include <unordered_map>
 #include <vector>
 
 #include "Kernel/CaptureScreen.h"
 #include "Kernel/ScreenFunctions.h"
+#include "Kernel/SearchKernels.h"
 #include "Platform/ImageCodec.h"
 #include "Platform/Platform.h"
 
@@ -37,6 +41,12 @@ bool appendPoint(MatchList* list, std::uint32_t& capacity, float x, float y) {
     }
     list->points[list->count++] = MatchPoint{x, y};
     return true;
+}
+
+inline std::uint32_t get_rgb_at(const std::uint8_t* p) {
+    std::uint32_t v;
+    std::memcpy(&v, p, 4);
+    return v & 0x00FFFFFFu;
 }
 
 inline std::uint32_t threeBytes(const std::uint8_t* p) {
@@ -124,22 +134,209 @@ bool match(const PixelBuffer* screen, std::uint64_t x, std::uint64_t y, const Pi
     return true;
 }
 
+namespace {
+
+// The template as the fast search wants it: packed 32-bit pixels, and per pixel whether its
+// colour counts (0x00FFFFFF) or is in the ignore list (0).
+struct PreparedTemplate {
+    std::vector<std::uint32_t> pixels;
+    std::vector<std::uint32_t> care;
+    std::uint32_t width = 0;
+    std::uint32_t height = 0;
+};
+
+bool prepare(const PixelBuffer* templ, bool ignoring, PreparedTemplate& prepared) {
+    prepared.width = static_cast<std::uint32_t>(templ->width);
+    prepared.height = static_cast<std::uint32_t>(templ->height);
+    const std::size_t count = static_cast<std::size_t>(templ->width) * templ->height;
+    prepared.pixels.resize(count);
+    prepared.care.assign(count, 0x00FFFFFFu);
+    for (std::uint64_t y = 0; y < templ->height; ++y)
+        std::memcpy(prepared.pixels.data() + y * templ->width, templ->data + y * templ->bytesPerRow, templ->width * 4);
+    if (ignoring)
+        for (std::size_t i = 0; i < count; ++i)
+            if (is_ignore_color(prepared.pixels[i])) prepared.care[i] = 0;
+    return true;
+}
+
+struct Anchor {
+    std::uint32_t x = 0;
+    std::uint32_t y = 0;
+    std::uint32_t color = 0;
+};
+
+// Two template pixels whose colours are rare on this screen: a position can only match where
+// both are there. Candidates are the template's least frequent colours; a sample of the screen
+// decides among them.
+std::pair<Anchor, Anchor> chooseAnchors(const PixelBuffer* screen, const PreparedTemplate& templ) {
+    struct Seen {
+        std::uint32_t count = 0;
+        std::uint32_t first = 0;
+    };
+    std::unordered_map<std::uint32_t, Seen> colors;
+    const std::size_t n = templ.pixels.size();
+    for (std::size_t i = 0; i < n; ++i) {
+        Seen& seen = colors.try_emplace(templ.pixels[i] & 0x00FFFFFFu, Seen{0, static_cast<std::uint32_t>(i)}).first->second;
+        ++seen.count;
+    }
+    std::vector<std::pair<std::uint32_t, Seen>> candidates(colors.begin(), colors.end());
+    const std::size_t keep = std::min<std::size_t>(candidates.size(), 12);
+    std::partial_sort(candidates.begin(), candidates.begin() + static_cast<std::ptrdiff_t>(keep), candidates.end(),
+                      [](const auto& a, const auto& b) {
+                          return a.second.count != b.second.count ? a.second.count < b.second.count
+                                                                  : a.second.first < b.second.first;
+                      });
+    candidates.resize(keep);
+    // How often each candidate occurs among about 4096 pixels spread over the screen.
+    std::vector<std::uint32_t> onScreen(keep, 0);
+    const std::uint64_t total = screen->width * screen->height;
+    const std::uint64_t step = std::max<std::uint64_t>(1, total / 4096) | 1;
+    for (std::uint64_t i = 0; i < total; i += step) {
+        const std::uint32_t color = get_rgb(screen, i % screen->width, i / screen->width);
+        for (std::size_t c = 0; c < keep; ++c) onScreen[c] += candidates[c].first == color;
+    }
+    std::vector<std::size_t> order(keep);
+    for (std::size_t c = 0; c < keep; ++c) order[c] = c;
+    std::stable_sort(order.begin(), order.end(), [&](std::size_t a, std::size_t b) { return onScreen[a] < onScreen[b]; });
+    auto anchorAt = [&](std::uint32_t index) {
+        return Anchor{index % templ.width, index / templ.width, templ.pixels[index] & 0x00FFFFFFu};
+    };
+    const Anchor first = anchorAt(candidates[order[0]].second.first);
+    // One colour only: the second anchor is the pixel farthest from the first.
+    const Anchor second = keep > 1 ? anchorAt(candidates[order[1]].second.first)
+                                   : anchorAt(static_cast<std::uint32_t>(n - 1 - candidates[order[0]].second.first));
+    return {first, second};
+}
+
+// Collects matches in order and applies the how-many limit after each position.
+class Collector {
+public:
+    explicit Collector(MatchList* list) : list_(list) {}
+    // False when out of memory.
+    bool add(std::int64_t x, std::int64_t y) {
+        return appendPoint(list_, capacity_, static_cast<float>(x * 0.5), static_cast<float>(y * 0.5));
+    }
+    bool full() const { return howManyLimit >= 1 && list_->count >= howManyLimit; }
+
+private:
+    MatchList* list_;
+    std::uint32_t capacity_ = 0;
+};
+
+// Visits the positions of one row in order: every x < cols, or only those marked in `bits`.
+// `visit` returns false to stop the search.
+template <class Visit>
+bool forEachMarked(const std::vector<std::uint64_t>& bits, std::int64_t cols, Visit&& visit) {
+    for (std::size_t word = 0; word < bits.size(); ++word)
+        for (std::uint64_t w = bits[word]; w; w &= w - 1) {
+            const std::int64_t x = static_cast<std::int64_t>(word * 64 + static_cast<std::size_t>(std::countr_zero(w)));
+            if (x >= cols) return true;
+            if (!visit(x)) return false;
+        }
+    return true;
+}
+
+enum class Outcome { done, outOfMemory };
+
+// Exact search without an ignore list: only positions where both anchors agree are compared.
+Outcome searchByAnchors(const PixelBuffer* screen, const PreparedTemplate& templ, std::int64_t rows,
+                        std::int64_t cols, Collector& found) {
+    const SearchKernels& k = searchKernels();
+    const auto [a, b] = chooseAnchors(screen, templ);
+    std::vector<std::uint64_t> candidates(bitWords(static_cast<std::uint32_t>(cols)));
+    bool memory = true;
+    for (std::int64_t y = 0; y < rows; ++y) {
+        const std::uint8_t* row = screen->data + static_cast<std::uint64_t>(y) * screen->bytesPerRow;
+        if (!k.pairHits(row + a.y * screen->bytesPerRow + a.x * 4, row + b.y * screen->bytesPerRow + b.x * 4, a.color,
+                        b.color, static_cast<std::uint32_t>(cols), candidates.data()))
+            continue;
+        const bool goOn = forEachMarked(candidates, cols, [&](std::int64_t x) {
+            if (k.withinBudget(row + static_cast<std::uint64_t>(x) * 4, screen->bytesPerRow, templ.pixels.data(),
+                               templ.width, templ.height, 0)) {
+                if (!found.add(x, y)) return memory = false;
+                if (found.full()) return false;
+            }
+            return true;
+        });
+        if (!goOn) break;
+    }
+    return memory ? Outcome::done : Outcome::outOfMemory;
+}
+
+// Every position, each with its own budget of `budget` differing pixels that are not ignored.
+Outcome searchEveryPosition(const PixelBuffer* screen, const PreparedTemplate& templ, std::int64_t rows,
+                            std::int64_t cols, std::int64_t budget, bool ignoring, Collector& found) {
+    const SearchKernels& k = searchKernels();
+    std::vector<std::uint64_t> differing(bitWords(templ.width));
+    // A pixel that differs counts unless the screen's colour is ignored (the template's ignored
+    // colours are already out of `care`).
+    auto withinBudget = [&](const std::uint8_t* at) {
+        if (!ignoring) return k.withinBudget(at, screen->bytesPerRow, templ.pixels.data(), templ.width, templ.height, budget);
+        std::int64_t left = budget;
+        for (std::uint32_t ty = 0; ty < templ.height; ++ty, at += screen->bytesPerRow) {
+            const std::size_t offset = static_cast<std::size_t>(ty) * templ.width;
+            if (!k.rowMismatchBits(at, templ.pixels.data() + offset, templ.care.data() + offset, templ.width,
+                                   differing.data()))
+                continue;
+            const bool within = forEachMarked(differing, templ.width, [&](std::int64_t tx) {
+                if (is_ignore_color(get_rgb_at(at + tx * 4))) return true;
+                return --left >= 0;
+            });
+            if (!within) return false;
+        }
+        return true;
+    };
+    for (std::int64_t y = 0; y < rows; ++y) {
+        const std::uint8_t* row = screen->data + static_cast<std::uint64_t>(y) * screen->bytesPerRow;
+        for (std::int64_t x = 0; x < cols; ++x) {
+            if (withinBudget(row + static_cast<std::uint64_t>(x) * 4) && !found.add(x, y)) return Outcome::outOfMemory;
+            if (found.full()) return Outcome::done;
+        }
+    }
+    return Outcome::done;
+}
+
+// The position-by-position search in its plain form, for buffers that are not 4 bytes a pixel.
+Outcome searchPlainly(const PixelBuffer* screen, const PixelBuffer* templ, std::int64_t rows, std::int64_t cols,
+                      Collector& found) {
+    for (std::int64_t y = 0; y < rows; ++y)
+        for (std::int64_t x = 0; x < cols; ++x) {
+            if (match(screen, static_cast<std::uint64_t>(x), static_cast<std::uint64_t>(y), templ) && !found.add(x, y))
+                return Outcome::outOfMemory;
+            if (found.full()) return Outcome::done;
+        }
+    return Outcome::done;
+}
+
+}  // namespace
+
+// The result is the plain one (every position in row-major order, each compared pixel by pixel
+// with its own budget, stopping at the limit) computed faster: a position matches exactly when
+// at most max(tolerance, 0) of its pixels differ without an ignored colour on either side, so
+// the order of comparisons inside a position does not matter, and positions that cannot match
+// need not be compared.
 MatchList* xfindImage(const PixelBuffer* screen, const PixelBuffer* templ) {
     auto* list = static_cast<MatchList*>(std::calloc(1, sizeof(MatchList)));
     if (!list) return nullptr;
     const std::int64_t rows = static_cast<std::int64_t>(screen->height) - static_cast<std::int64_t>(templ->height);
     const std::int64_t cols = static_cast<std::int64_t>(screen->width) - static_cast<std::int64_t>(templ->width);
-    if (rows < 1) return list;
-    std::uint32_t capacity = 0;
-    for (std::int64_t y = 0; y < rows; ++y) {
-        for (std::int64_t x = 0; x < cols; ++x) {
-            if (match(screen, static_cast<std::uint64_t>(x), static_cast<std::uint64_t>(y), templ) &&
-                !appendPoint(list, capacity, static_cast<float>(x * 0.5), static_cast<float>(y * 0.5))) {
-                std::free(list);
-                return nullptr;
-            }
-            if (howManyLimit >= 1 && list->count >= howManyLimit) return list;
-        }
+    if (rows < 1 || cols < 1) return list;
+    Collector found(list);
+    const bool ignoring = ignoreCount >= 1 && ignoreColors;
+    const std::int64_t budget = std::max<std::int32_t>(toleranceBudget, 0);
+    Outcome outcome;
+    if (screen->bytesPerPixel != 4 || templ->bytesPerPixel != 4 || templ->width < 1 || templ->height < 1 ||
+        templ->width > 0xFFFFFFFFu || templ->height > 0xFFFFFFFFu) {
+        outcome = searchPlainly(screen, templ, rows, cols, found);
+    } else {
+        PreparedTemplate prepared;
+        prepare(templ, ignoring, prepared);
+        outcome = budget == 0 && !ignoring ? searchByAnchors(screen, prepared, rows, cols, found)
+                                           : searchEveryPosition(screen, prepared, rows, cols, budget, ignoring, found);
+    }
+    if (outcome == Outcome::outOfMemory) {
+        std::free(list);
+        return nullptr;
     }
     return list;
 }
@@ -184,23 +381,38 @@ std::uint32_t getColor(double x, double y) {
 }
 
 MatchList* findColor(std::uint32_t color, std::int64_t howMany) {
-    const std::uint32_t rgc = hex_to_rgc(color);
-    const ScreenImage image = CaptureScreen::captureScreen();
-    PixelBufferPtr screen(getImageData(image));
-    if (!screen) return nullptr;
+    return findColorInCapture(CaptureScreen::captureScreen(), color, howMany);
+}
+
+MatchList* findColorInCapture(const ScreenImage& image, std::uint32_t color, std::int64_t howMany) {
     auto* list = static_cast<MatchList*>(std::malloc(sizeof(MatchList)));
     if (!list) return nullptr;
     *list = MatchList{};
+    if (image.empty()) return list;
+    // Searched in the capture itself, without drawing it into RGBA first: the B, G, R bytes read
+    // little-endian are 0xRRGGBB, which is the colour as given, so the same pixels match.
+    const std::uint32_t wanted = color & 0x00FFFFFFu;
+    const SearchKernels& k = searchKernels();
+    const auto width = static_cast<std::uint32_t>(image.width);
+    std::vector<std::uint64_t> hits(bitWords(width));
     std::uint32_t capacity = 0;
-    for (std::uint64_t y = 0; y < screen->height; ++y) {
-        for (std::uint64_t x = 0; x < screen->width; ++x) {
-            if (get_rgb(screen.get(), x, y) == rgc &&
-                !appendPoint(list, capacity, static_cast<float>(x * 0.5), static_cast<float>(y * 0.5))) {
-                std::free(list);
-                return nullptr;
+    for (std::int32_t y = 0; y < image.height; ++y) {
+        const std::uint8_t* row = image.pixels.get() + static_cast<std::size_t>(y) * image.bytesPerRow();
+        if (!k.pairHits(row, row, wanted, wanted, width, hits.data())) continue;
+        bool stop = false;
+        for (std::size_t word = 0; word < hits.size() && !stop; ++word)
+            for (std::uint64_t w = hits[word]; w; w &= w - 1) {
+                const std::size_t x = word * 64 + static_cast<std::size_t>(std::countr_zero(w));
+                if (!appendPoint(list, capacity, static_cast<float>(x * 0.5), static_cast<float>(y * 0.5f))) {
+                    std::free(list);
+                    return nullptr;
+                }
+                if (howMany >= 1 && list->count >= howMany) {
+                    stop = true;
+                    break;
+                }
             }
-            if (howMany >= 1 && list->count >= howMany) return list;
-        }
+        if (stop) break;
     }
     return list;
 }

@@ -13,6 +13,7 @@
 
 #include "Kernel/MatchList.h"
 #include "Kernel/PixelBuffer.h"
+#include "Platform/Display.h"
 
 namespace tactora {
 
@@ -55,5 +56,9 @@ MatchList* xfindImage(const PixelBuffer* screen, const PixelBuffer* templ);
 // (ignoreList[0] = n, then n colours 0xRRGGBB), runs xfindImage and drops the ignore list.
 MatchList* findImage(const PixelBuffer* screen, const PixelBuffer* templ, std::int32_t howMany,
                      const std::int32_t* ignoreList, float fuzzy);
+
+// findColor over a capture already taken: every pixel of colour 0xRRGGBB, rows first, at most
+// howMany (< 1: all). Null when out of memory.
+MatchList* findColorInCapture(const ScreenImage& image, std::uint32_t color, std::int64_t howMany);
 
 }  // namespace tactora

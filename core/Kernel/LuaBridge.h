@@ -1,5 +1,6 @@
 #pragma once
 
+#include <functional>
 #include <string>
 
 struct lua_State;
@@ -24,6 +25,9 @@ public:
     lua_State* state() const { return L; }
 
 private:
+    // Loads a chunk with `load`, runs it, reports its error and flushes the touches.
+    void run(const std::function<int(lua_State*)>& load);
+
     lua_State* L = nullptr;
 };
 

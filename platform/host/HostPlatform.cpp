@@ -7,8 +7,10 @@
 #include "host/EnvLanguages.h"
 #include "host/FileUserDefaults.h"
 #include "host/HostClock.h"
+#include "host/HostFeedback.h"
 #include "host/HostPaths.h"
 #include "host/MainLoop.h"
+#include "host/SimulatedApps.h"
 #include "host/PngCodec.h"
 #include "host/SimulatedDeviceInfo.h"
 #include "host/SimulatedDisplay.h"
@@ -52,6 +54,8 @@ struct HostPlatform::Ports {
     StderrDiagnosticLog log;
     HostClock clock;
     HostQueues queues;
+    SimulatedApps apps;
+    HostFeedback feedback;
     UnixMessagePorts messagePorts;
     DeviceProfile profile;
     SimulatedDisplay display;
@@ -68,6 +72,8 @@ HostPlatform::HostPlatform(const HostOptions& options) : ports_(std::make_unique
     p.diagnosticLog = &ports_->log;
     p.clock = &ports_->clock;
     p.queues = &ports_->queues;
+    p.apps = &ports_->apps;
+    p.feedback = &ports_->feedback;
     p.messagePorts = &ports_->messagePorts;
     p.display = &ports_->display;
     p.deviceInfo = &ports_->deviceInfo;
@@ -83,6 +89,10 @@ HostPlatform::HostPlatform(const HostOptions& options) : ports_(std::make_unique
 HostPlatform::~HostPlatform() { resetPlatform(); }
 
 MainLoop& HostPlatform::mainLoop() { return ports_->loop; }
+
+SimulatedApps& HostPlatform::apps() { return ports_->apps; }
+
+HostFeedback& HostPlatform::feedback() { return ports_->feedback; }
 
 const std::string& HostPlatform::root() const { return ports_->paths.root(); }
 

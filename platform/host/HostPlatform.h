@@ -7,6 +7,8 @@
 namespace tactora::host {
 
 class MainLoop;
+class SimulatedApps;
+class HostFeedback;
 class SimulatedDisplay;
 
 // What the command line chose for this process.
@@ -29,6 +31,8 @@ public:
     HostPlatform& operator=(const HostPlatform&) = delete;
 
     MainLoop& mainLoop();
+    SimulatedApps& apps();
+    HostFeedback& feedback();
     const std::string& root() const;
     SimulatedDisplay& display();
     // What went wrong while installing the ports (an unknown device, an unreadable screen file);

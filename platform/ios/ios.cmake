@@ -25,9 +25,18 @@ target_compile_options(tactora_lua PRIVATE -w)  # not our code
 # --- the core ----------------------------------------------------------------------------------
 target_link_libraries(tactora_core PUBLIC tactora_lua sqlite3)
 
+# The dylib exports nothing: CydiaSubstrate runs it through its constructor and Objective-C
+# classes register through the runtime, so no symbol of ours can clash with SpringBoard's or
+# another tweak's.
+foreach(target tactora_lua tactora_core)
+  set_target_properties(${target} PROPERTIES C_VISIBILITY_PRESET hidden CXX_VISIBILITY_PRESET hidden
+                                             VISIBILITY_INLINES_HIDDEN ON)
+endforeach()
+
 # --- the platform layer, compiled once ---------------------------------------------------------
 file(GLOB TACTORA_IOS_SOURCES CONFIGURE_DEPENDS ${CMAKE_SOURCE_DIR}/platform/ios/*.mm)
 add_library(tactora_ios OBJECT ${TACTORA_IOS_SOURCES})
+set_target_properties(tactora_ios PROPERTIES OBJCXX_VISIBILITY_PRESET hidden VISIBILITY_INLINES_HIDDEN ON)
 target_include_directories(tactora_ios PRIVATE ${CMAKE_SOURCE_DIR}/platform)
 target_include_directories(tactora_ios SYSTEM PRIVATE ${TACTORA_IOS_HEADERS})
 target_compile_options(tactora_ios PRIVATE ${TACTORA_WARNINGS} -fobjc-arc -F${TACTORA_IOS_LIBS})
@@ -44,6 +53,7 @@ function(tactora_tweak layout packageRoot stubs)
   configure_file(${CMAKE_SOURCE_DIR}/platform/ios/PackageRoot.mm.in
                  ${CMAKE_BINARY_DIR}/${layout}/PackageRoot.mm @ONLY)
   add_library(${target} SHARED $<TARGET_OBJECTS:tactora_ios> ${CMAKE_BINARY_DIR}/${layout}/PackageRoot.mm)
+  set_target_properties(${target} PROPERTIES OBJCXX_VISIBILITY_PRESET hidden VISIBILITY_INLINES_HIDDEN ON)
   target_include_directories(${target} PRIVATE ${CMAKE_SOURCE_DIR}/platform ${CMAKE_SOURCE_DIR}/core)
   target_compile_options(${target} PRIVATE ${TACTORA_WARNINGS} -fobjc-arc)
   set_target_properties(${target} PROPERTIES

@@ -1,0 +1,146 @@
+// What the stop hook costs a script, and how soon a stop takes effect.
+//   BM_LoopPlain / BM_LoopInBridge: the same arithmetic loop in a bare Lua state and in the
+//   bridge, whose hook runs on every instruction; BM_HookOverhead reports their ratio.
+//   BM_StopLatency: time from stopLuaRunning on one thread to the end of the script's protected
+//   call on the script's thread, with its median and 99th percentile.
+#include <benchmark/benchmark.h>
+
+#include <algorithm>
+#include <atomic>
+#include <chrono>
+#include <filesystem>
+#include <fstream>
+#include <future>
+#include <thread>
+#include <vector>
+
+extern "C" {
+#include <lauxlib.h>
+#include <lua.h>
+#include <lualib.h>
+}
+
+#include "Kernel/LuaBridge.h"
+#include "Platform/Clock.h"
+#include "Platform/Platform.h"
+#include "host/HostPaths.h"
+
+using namespace tactora;
+using Steady = std::chrono::steady_clock;
+
+namespace {
+
+constexpr const char* loop = "local s = 0 for i = 1, 200000 do s = s + i % 7 end return s";
+
+// Pauses are skipped, except that the end-of-run pause marks when the protected call returned.
+class MarkingClock final : public tactora::Clock {
+public:
+    std::atomic<Steady::rep> endOfRun{0};
+    std::atomic<bool> started{false};
+    void sleepMicroseconds(std::uint32_t microseconds) override {
+        if (microseconds == 16000) endOfRun.store(Steady::now().time_since_epoch().count());
+        if (microseconds == 0) started.store(true);
+    }
+};
+
+// The bridge with no receiver (sends fail at once), no pauses and an empty device tree.
+struct BenchDevice {
+    BenchDevice() : root(std::filesystem::temp_directory_path() / "tactora-bench-lua"), paths(root.string()) {
+        std::filesystem::create_directories(root / "Applications/Tactora.app");
+        std::ofstream(root / "Applications/Tactora.app/Extensions.lua") << "";
+        platform().paths = &paths;
+        platform().clock = &clock;
+    }
+    ~BenchDevice() {
+        std::error_code ignored;
+        std::filesystem::remove_all(root, ignored);
+    }
+    ScopedPlatform scope;
+    std::filesystem::path root;
+    host::HostPaths paths;
+    MarkingClock clock;
+};
+
+double runPlain(lua_State* L) {
+    auto start = Steady::now();
+    luaL_loadstring(L, loop);
+    lua_pcall(L, 0, 0, 0);
+    return std::chrono::duration<double>(Steady::now() - start).count();
+}
+
+double runInBridge(LuaBridge& bridge) {
+    auto start = Steady::now();
+    bridge.runLuaString(loop);
+    return std::chrono::duration<double>(Steady::now() - start).count();
+}
+
+void BM_LoopPlain(benchmark::State& state) {
+    lua_State* L = luaL_newstate();
+    luaL_openlibs(L);
+    for (auto _ : state) benchmark::DoNotOptimize(runPlain(L));
+    lua_close(L);
+}
+BENCHMARK(BM_LoopPlain)->Unit(benchmark::kMillisecond);
+
+void BM_LoopInBridge(benchmark::State& state) {
+    BenchDevice device;
+    LuaBridge bridge;
+    for (auto _ : state) benchmark::DoNotOptimize(runInBridge(bridge));
+}
+BENCHMARK(BM_LoopInBridge)->Unit(benchmark::kMillisecond);
+
+// Both in the same iteration, so that the ratio is measured under the same machine load.
+void BM_HookOverhead(benchmark::State& state) {
+    BenchDevice device;
+    LuaBridge bridge;
+    lua_State* L = luaL_newstate();
+    luaL_openlibs(L);
+    double plain = 0, hooked = 0;
+    for (auto _ : state) {
+        plain += runPlain(L);
+        hooked += runInBridge(bridge);
+    }
+    lua_close(L);
+    state.counters["hooked_over_plain"] = hooked / plain;
+}
+BENCHMARK(BM_HookOverhead)->Unit(benchmark::kMillisecond);
+
+double percentile(std::vector<double> values, double share) {
+    std::sort(values.begin(), values.end());
+    size_t index = static_cast<size_t>(share * static_cast<double>(values.size() - 1) + 0.5);
+    return values[std::min(index, values.size() - 1)];
+}
+
+void stopLatency(benchmark::State& state, const char* script) {
+    BenchDevice device;
+    LuaBridge bridge;
+    std::vector<double> latencies;
+    for (auto _ : state) {
+        device.clock.started = false;
+        device.clock.endOfRun = 0;
+        std::thread runner([&] { bridge.runLuaString(script); });
+        while (!device.clock.started.load()) std::this_thread::yield();
+        auto stopAt = Steady::now();
+        bridge.stopLuaRunning();
+        runner.join();
+        double seconds = std::chrono::duration<double>(
+                             Steady::duration(device.clock.endOfRun.load()) - stopAt.time_since_epoch())
+                             .count();
+        state.SetIterationTime(seconds);
+        latencies.push_back(seconds);
+    }
+    state.counters["median_us"] = percentile(latencies, 0.5) * 1e6;
+    state.counters["p99_us"] = percentile(latencies, 0.99) * 1e6;
+}
+
+void BM_StopLatencyBusyLoop(benchmark::State& state) {
+    stopLatency(state, "usleep(0) while true do end");
+}
+BENCHMARK(BM_StopLatencyBusyLoop)->UseManualTime()->Iterations(300)->Unit(benchmark::kMicrosecond);
+
+void BM_StopLatencyCallingC(benchmark::State& state) {
+    stopLatency(state, "usleep(0) while true do getScreenBitDepth() end");
+}
+BENCHMARK(BM_StopLatencyCallingC)->UseManualTime()->Iterations(300)->Unit(benchmark::kMicrosecond);
+
+}  // namespace

@@ -1,0 +1,153 @@
+// The interpreter that scripts run in:
+//   - the global table of script functions (registerFunctions),
+//   - preparing a fresh state (package.path, Extensions.lua),
+//   - running a chunk and reporting its error by the user's options,
+//   - interrupting a running chunk from another thread (the stop word and its hook).
+#include "Kernel/LuaBridge.h"
+
+#include <atomic>
+#include <string>
+
+extern "C" {
+#include <lauxlib.h>
+#include <lua.h>
+#include <lualib.h>
+}
+
+#include "Control/Helper.h"
+#include "Kernel/ScriptFunctions.h"
+#include "Platform/Paths.h"
+#include "Platform/Platform.h"
+
+namespace tactora {
+
+namespace {
+
+// One word for the whole process, not one per bridge: 1 asks whatever chunk is running to end.
+// The hook reads it on the script's thread while another thread writes it; relaxed atomics keep
+// that lock-free without being a data race.
+std::atomic<int> stop{0};
+
+// Lets `require` find modules kept beside the scripts.
+constexpr const char* packagePathChunk =
+    "package.path = package.path .. \";\" .. rootPathOfDocuments() .. \"?.lua\"";
+
+// Runs on every call, return and VM instruction while a chunk runs.
+void lstop(lua_State* L, lua_Debug*) {
+    if (stop.load(std::memory_order_relaxed) == 1) {
+        // Without the hook a script that catches the error goes on unchecked until the next run.
+        lua_sethook(L, nullptr, 0, 0);
+        luaL_error(L, "interrupted");
+    }
+}
+
+// The text of the error value on the stack top. A script may raise a table or nil; it is still
+// reported, not dereferenced.
+const char* errorText(lua_State* L) {
+    const char* text = lua_tolstring(L, -1, nullptr);
+    if (text) return text;
+    return lua_pushfstring(L, "(error object is a %s value)", luaL_typename(L, -1));
+}
+
+}  // namespace
+
+LuaBridge::LuaBridge() : L(nullptr) {}
+
+LuaBridge::~LuaBridge() {
+    if (L) lua_close(L);
+}
+
+void registerFunctions(lua_State* L) {
+    struct Entry {
+        const char* name;
+        lua_CFunction function;
+    };
+    // Later Lua code, Extensions.lua included, may replace any of these.
+    static constexpr Entry globals[] = {
+        {"homeButtonDown", homeButtonDownProxy},
+        {"homeButtonUp", homeButtonUpProxy},
+        {"touchDown", touchDownProxy},
+        {"touchMove", touchMoveProxy},
+        {"touchUp", touchUpProxy},
+        {"rootPathOfDocuments", rootDirProxy},
+        {"rootDir", rootDirProxy},
+        {"logging", logProxy},
+        {"log", logProxy},
+        {"usleep", usleepProxy},
+        {"alert", alertProxy},
+        {"vibrate", vibrateProxy},
+        {"playAudio", playAudioProxy},
+        {"screenshot", screenshotProxy},
+        {"screenshotRegion", screenshotRegionProxy},
+        {"getScreenSize", getScreenSizeProxy},
+        {"getScreenResolution", getScreenResolutionProxy},
+        {"getScreenBitDepth", getScreenBitDepthProxy},
+        {"getColor", getColorProxy},
+        {"findColor", findColorProxy},
+        {"findImage", findImageProxy},
+        {"appRun", appRunProxy},
+        {"appKill", appKillProxy},
+        {"appIsActive", appIsActiveProxy},
+    };
+    for (const Entry& global : globals) {
+        lua_pushcclosure(L, global.function, 0);
+        lua_setglobal(L, global.name);
+    }
+}
+
+void LuaBridge::initEnv() {
+    L = luaL_newstate();
+    if (!L) {
+        logging2("%s", "cannot create the Lua state: not enough memory");
+        return;
+    }
+    luaL_openlibs(L);
+    registerFunctions(L);
+    // A failure here is not worth a message; its error value simply stays on the stack.
+    if (luaL_loadstring(L, packagePathChunk) == LUA_OK) lua_pcallk(L, 0, LUA_MULTRET, 0, 0, nullptr);
+    loadLuaExtensions();
+}
+
+void LuaBridge::loadLuaExtensions() {
+    std::string path = platform().paths->map(devicepaths::extensionsFile);
+    int status = luaL_loadfilex(L, path.c_str(), nullptr);
+    if (status == LUA_OK) status = lua_pcallk(L, 0, LUA_MULTRET, 0, 0, nullptr);
+    if (status != LUA_OK) {
+        int top = lua_gettop(L);
+        logging2("%s", errorText(L));
+        lua_settop(L, top - 1);
+    }
+}
+
+void LuaBridge::runLuaString(const std::string& script) {
+    run([&script](lua_State* state) { return luaL_loadstring(state, script.c_str()); });
+}
+
+void LuaBridge::runLuaFile(const std::string& path) {
+    run([&path](lua_State* state) { return luaL_loadfilex(state, path.c_str(), nullptr); });
+}
+
+void LuaBridge::stopLuaRunning() { stop.store(1, std::memory_order_relaxed); }
+
+void LuaBridge::run(const std::function<int(lua_State*)>& load) {
+    stop.store(0, std::memory_order_relaxed);
+    if (!L) initEnv();
+    if (!L) return;
+    int base = lua_gettop(L);
+    lua_sethook(L, lstop, LUA_MASKCALL | LUA_MASKRET | LUA_MASKCOUNT, 1);
+    int status = load(L);
+    if (status == LUA_OK) status = lua_pcallk(L, 0, LUA_MULTRET, 0, 0, nullptr);
+    if (status != LUA_OK) {
+        const char* text = errorText(L);
+        // A stopped script is not an error; Lua puts the chunk and line in front of the word.
+        if (!str_ends_with(text, "interrupted")) {
+            if (Helper::ifLogErrors()) logging2("%s", text);
+            if (Helper::ifShowErrorsByAlert()) alert(text);
+        }
+    }
+    // The chunk's results or its error go; the state and its globals stay for the next run.
+    lua_settop(L, base);
+    lastSync();
+}
+
+}  // namespace tactora

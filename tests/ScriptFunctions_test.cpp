@@ -1,0 +1,382 @@
+#include "Kernel/ScriptFunctions.h"
+
+#include <gtest/gtest.h>
+
+#include <cstring>
+#include <limits>
+#include <tuple>
+
+extern "C" {
+#include <lua.h>
+}
+
+#include "Kernel/CaptureScreen.h"
+#include "Kernel/LuaBridge.h"
+#include "RuntimeFakes.h"
+#include "host/PngCodec.h"
+#include "host/SimulatedDisplay.h"
+
+using namespace tactora;
+using namespace tactora::runtimetest;
+
+namespace {
+
+// A bridge on `device` with an empty Extensions.lua, so that only the script writes to the log.
+struct ScriptRun {
+    explicit ScriptRun(RuntimeDevice& device) : device(device) {
+        writeFile(device.map("/Applications/Tactora.app/Extensions.lua"), "");
+    }
+    void operator()(const std::string& script) {
+        bridge.runLuaString(script);
+        device.loop.drain();
+    }
+    RuntimeDevice& device;
+    LuaBridge bridge;
+};
+
+void setSpeed(std::optional<float> speed) {
+    if (!speed) {
+        Global::sharedInstance().setCurrentPlaySettings(nullptr);
+        return;
+    }
+    auto settings = std::make_shared<PlaySettings>();
+    settings->setPlaySpeed(*speed);
+    Global::sharedInstance().setCurrentPlaySettings(settings);
+}
+
+}  // namespace
+
+TEST(ScriptFunctions, RootPathIsTheMappedScriptsDirectoryWithASlash) {
+    RuntimeDevice device;
+    ScriptRun run(device);
+    run("logging(rootDir()) logging(rootPathOfDocuments())");
+    std::string expected = device.map("/var/mobile/Library/Tactora/Scripts").string() + "/";
+    EXPECT_EQ(rootPathOfDocuments(), expected);
+    auto log = device.logLines();
+    ASSERT_EQ(log.size(), 2u);
+    EXPECT_EQ(log[0], "03-07 09:05:03 " + expected);
+    EXPECT_EQ(log[1], log[0]);
+}
+
+TEST(ScriptFunctions, TheFirstLogLineCreatesTheFileAndLaterOnesAreAppended) {
+    RuntimeDevice device;
+    ScriptRun run(device);
+    ASSERT_FALSE(std::filesystem::exists(device.logFile()));
+    run("log('first') logging('second')");
+    device.clock.now.tm_mon = 11;
+    device.clock.now.tm_mday = 31;
+    device.clock.now.tm_hour = 23;
+    device.clock.now.tm_min = 59;
+    device.clock.now.tm_sec = 58;
+    run("log('third line, with ünïcode')");
+    EXPECT_EQ(device.log(),
+              "03-07 09:05:03 first\n"
+              "03-07 09:05:03 second\n"
+              "12-31 23:59:58 third line, with ünïcode\n");
+}
+
+TEST(ScriptFunctions, ALogThatCannotBeWrittenLosesTheLineQuietly) {
+    RuntimeDevice device;
+    std::filesystem::remove_all(device.map("/var/mobile/Library/Tactora/Library"));
+    logging("nowhere to go");
+    EXPECT_FALSE(std::filesystem::exists(device.logFile()));
+
+    // A log that exists but is a directory cannot be opened for writing.
+    std::filesystem::create_directories(device.logFile());
+    logging("still nowhere");
+    EXPECT_TRUE(std::filesystem::is_directory(device.logFile()));
+}
+
+TEST(ScriptFunctions, Logging2FormatsAndCutsTheTextTo4094Bytes) {
+    RuntimeDevice device;
+    const std::string stamp = "03-07 09:05:03 ";
+    logging2("%s has %d fingers", "a hand", 5);
+    std::string exact(4094, 'x');
+    logging2("%s", exact.c_str());
+    std::string longer(5000, 'y');
+    logging2("%s", longer.c_str());
+    auto log = device.logLines();
+    ASSERT_EQ(log.size(), 3u);
+    EXPECT_EQ(log[0], stamp + "a hand has 5 fingers");
+    EXPECT_EQ(log[1], stamp + exact);
+    EXPECT_EQ(log[2], stamp + std::string(4094, 'y'));
+}
+
+TEST(ScriptFunctions, SleepsScaleLinearlyWithThePlaySpeedInSinglePrecision) {
+    struct Case {
+        std::optional<float> speed;  // none: no settings
+        unsigned requested;
+        std::uint32_t slept;
+    };
+    const std::uint32_t most = std::numeric_limits<std::uint32_t>::max();
+    const Case cases[] = {
+        {1.0f, 1000000, 1000000},
+        {std::nullopt, 250000, 250000},
+        {2.0f, 1000000, 0},
+        {1.5f, 1000000, 500000},
+        {0.5f, 1000000, 1500000},
+        {3.0f, 1000000, 0},
+        {-1.0f, 1000, 3000},
+        {1.0f, 0, 0},
+        {1.9f, 3, 0},                  // 0.3 truncated
+        {1.0f, 16777217, 16777216},    // the count itself is narrowed to a float first
+        {0.5f, 4000000000u, most},     // 6e9 does not fit
+        {0.0f, 2147483648u, most},     // exactly 2^32
+    };
+    RuntimeDevice device;
+    for (const Case& test : cases) {
+        SCOPED_TRACE(testing::Message() << test.requested << " at " << test.speed.value_or(-99));
+        setSpeed(test.speed);
+        device.clock.clear();
+        customUsleep(test.requested);
+        EXPECT_EQ(device.clock.sleeps(), std::vector<std::uint32_t>{test.slept});
+    }
+}
+
+TEST(ScriptFunctions, UsleepFlushesTheTouchesBeforeItsPauseEvenForZero) {
+    RuntimeDevice device;
+    ScriptRun run(device);
+    setSpeed(1.5f);
+    run("touchDown(3, 100, 200) usleep(0) touchUp(3, 100, 200) usleep(400000) usleep(4294967296 + 10)");
+    EXPECT_EQ(device.ports.ids(), (std::vector<std::int32_t>{SimulateMessageTouch, SimulateMessageSync,
+                                                              SimulateMessageTouch, SimulateMessageSync,
+                                                              SimulateMessageSync, SimulateMessageSync}));
+    // The script's pauses at 1.5x, then the end-of-run pause, which ignores the speed.
+    EXPECT_EQ(device.clock.sleeps(), (std::vector<std::uint32_t>{0, 200000, 5, 16000}));
+
+    auto touch = device.ports.messages()[0];
+    ASSERT_EQ(touch.data.size(), 24u);
+    std::int32_t phase, finger;
+    double x, y;
+    std::memcpy(&phase, touch.data.data(), 4);
+    std::memcpy(&finger, touch.data.data() + 4, 4);
+    std::memcpy(&x, touch.data.data() + 8, 8);
+    std::memcpy(&y, touch.data.data() + 16, 8);
+    EXPECT_EQ(phase, touchPhaseDown);
+    EXPECT_EQ(finger, 3);
+    EXPECT_EQ(x, 100.0);
+    EXPECT_EQ(y, 200.0);
+}
+
+TEST(ScriptFunctions, TouchAndHomeButtonArgumentsAreTruncatedIntegers) {
+    RuntimeDevice device;
+    ScriptRun run(device);
+    run("touchMove(-2, 10.9, -3.7) homeButtonDown() homeButtonUp()");
+    auto messages = device.ports.messages();
+    ASSERT_EQ(messages.size(), 4u);  // move, key down, key up, the end-of-run sync
+    std::int32_t phase, finger;
+    double x, y;
+    std::memcpy(&phase, messages[0].data.data(), 4);
+    std::memcpy(&finger, messages[0].data.data() + 4, 4);
+    std::memcpy(&x, messages[0].data.data() + 8, 8);
+    std::memcpy(&y, messages[0].data.data() + 16, 8);
+    EXPECT_EQ(phase, touchPhaseMove);
+    EXPECT_EQ(finger, -2);
+    EXPECT_EQ(x, 10.0);
+    EXPECT_EQ(y, -3.0);
+    EXPECT_EQ(messages[1].id, SimulateMessageKey);
+    EXPECT_EQ(messages[1].data[8], 1);
+    EXPECT_EQ(messages[2].id, SimulateMessageKey);
+    EXPECT_EQ(messages[2].data[8], 0);
+}
+
+TEST(ScriptFunctions, LastSyncFlushesAndWaits16msWhateverTheSpeed) {
+    RuntimeDevice device;
+    setSpeed(2.0f);
+    lastSync();
+    EXPECT_EQ(device.ports.ids(), std::vector<std::int32_t>{SimulateMessageSync});
+    EXPECT_EQ(device.clock.sleeps(), std::vector<std::uint32_t>{16000});
+}
+
+TEST(ScriptFunctions, AlertShowsACopyOfTheTextOnTheMainThreadWithoutWaiting) {
+    RuntimeDevice device;
+    char text[] = "halfway there";
+    alert(text);
+    std::strcpy(text, "overwritten!!");
+    EXPECT_TRUE(device.alerts.shown().empty());
+    std::thread::id shownOn;
+    device.loop.post([&] { shownOn = std::this_thread::get_id(); });
+    device.loop.drain();
+    auto shown = device.alerts.shown();
+    ASSERT_EQ(shown.size(), 1u);
+    EXPECT_EQ(shown[0].title, "");
+    EXPECT_EQ(shown[0].message, "halfway there");
+    EXPECT_EQ(shown[0].cancelButton, "OK");
+    EXPECT_TRUE(shown[0].otherButtons.empty());
+    EXPECT_FALSE(shown[0].clickedButtonAtIndex);
+    EXPECT_EQ(shownOn, std::this_thread::get_id());
+}
+
+TEST(ScriptFunctions, FeedbackAndAppsGoToTheirPorts) {
+    RuntimeDevice device;
+    ScriptRun run(device);
+    run(R"(
+        vibrate()
+        playAudio("any/path/is/ignored.mp3")
+        playAudio(7)
+        before = appIsActive("com.apple.Preferences")
+        appRun("com.apple.Preferences")
+        during = appIsActive("com.apple.Preferences")
+        appRun("com.apple.mobilesafari")
+        behind = appIsActive("com.apple.Preferences")
+        appKill("com.apple.mobilesafari")
+        appKill("com.apple.camera")
+        appRun("not.installed")
+        unknown = appIsActive("not.installed")
+        log(tostring(before) .. tostring(during) .. tostring(behind) .. tostring(unknown))
+    )");
+    EXPECT_EQ(device.feedback.vibrations, 1);
+    EXPECT_EQ(device.feedback.sounds, 2);
+    auto log = device.logLines();
+    ASSERT_EQ(log.size(), 1u);
+    EXPECT_EQ(log[0], "03-07 09:05:03 falsetruefalsefalse");
+    EXPECT_EQ(device.apps.state("com.apple.mobilesafari"), host::AppState::notRunning);
+    EXPECT_EQ(device.apps.state("com.apple.Preferences"), host::AppState::background);
+    EXPECT_EQ(device.apps.state("com.apple.camera"), host::AppState::notRunning);
+    EXPECT_FALSE(device.apps.state("not.installed"));
+}
+
+// Every misuse ends the script with Lua's own argument error, reported like any script error,
+// and leaves the device untouched.
+TEST(ScriptFunctions, WrongArgumentsEndTheScriptWithTheStandardArgumentError) {
+    struct Case {
+        const char* call;
+        const char* error;
+    };
+    const Case cases[] = {
+        {"touchDown('one', 1, 2)", "bad argument #1 to 'touchDown' (number expected, got string)"},
+        {"touchMove(1, nil, 2)", "bad argument #2 to 'touchMove' (number expected, got nil)"},
+        {"touchUp(1, 2)", "bad argument #3 to 'touchUp' (number expected, got no value)"},
+        {"logging({})", "bad argument #1 to 'logging' (string expected, got table)"},
+        {"log()", "bad argument #1 to 'log' (string expected, got no value)"},
+        {"usleep('soon')", "bad argument #1 to 'usleep' (number expected, got string)"},
+        {"alert(nil)", "bad argument #1 to 'alert' (string expected, got nil)"},
+        {"playAudio({})", "bad argument #1 to 'playAudio' (string expected, got table)"},
+        {"screenshot(true)", "bad argument #1 to 'screenshot' (string expected, got boolean)"},
+        {"screenshotRegion('a.png', 1, 2, 3, 'tall')",
+         "bad argument #5 to 'screenshotRegion' (number expected, got string)"},
+        {"getColor(1)", "bad argument #2 to 'getColor' (number expected, got no value)"},
+        {"findColor('red')", "bad argument #1 to 'findColor' (number expected, got string)"},
+        {"findColor(255, 'all')", "bad argument #2 to 'findColor' (number expected, got string)"},
+        {"findImage(5)", "bad argument #1 to 'findImage' (table expected, got number)"},
+        {"findImage('a.png')", "bad argument #1 to 'findImage' (table expected, got string)"},
+        {"findImage({})", "bad argument #2 to 'findImage' (string expected, got nil)"},
+        {"findImage({imagePath = 'a.png', count = 'x'})",
+         "bad argument #3 to 'findImage' (number expected, got string)"},
+        {"findImage({imagePath = 'a.png', fuzzy = {}})",
+         "bad argument #4 to 'findImage' (number expected, got table)"},
+        {"findImage({imagePath = 'a.png', ignoreColors = {0xFF0000, 'blue'}})",
+         "bad argument #6 to 'findImage' (number expected, got string)"},
+        {"findImage({imagePath = 'a.png', ignoreColors = 'blue'})",
+         "bad argument #1 to 'findImage' (ignoreColors must be a table, got string)"},
+        {"appRun({})", "bad argument #1 to 'appRun' (string expected, got table)"},
+        {"appKill()", "bad argument #1 to 'appKill' (string expected, got no value)"},
+        {"appIsActive(false)", "bad argument #1 to 'appIsActive' (string expected, got boolean)"},
+    };
+    for (const Case& test : cases) {
+        SCOPED_TRACE(test.call);
+        RuntimeDevice device;
+        ScriptRun run(device);
+        run(std::string(test.call) + " reached = true");
+        auto log = device.logLines();
+        ASSERT_EQ(log.size(), 1u);
+        // Lua names the chunk after its text and the line: [string "..."]:1:
+        const std::string stamp = "03-07 09:05:03 [string \"";
+        const std::string tail = std::string("\"]:1: ") + test.error;
+        EXPECT_EQ(log[0].rfind(stamp, 0), 0u) << log[0];
+        ASSERT_GE(log[0].size(), tail.size());
+        EXPECT_EQ(log[0].substr(log[0].size() - tail.size()), tail);
+        auto alerts = device.alerts.shown();
+        ASSERT_EQ(alerts.size(), 1u);
+        EXPECT_EQ("03-07 09:05:03 " + alerts[0].message, log[0]);
+        // Only the end-of-run flush reached the receiver; nothing was sent, launched or played.
+        EXPECT_EQ(device.ports.ids(), std::vector<std::int32_t>{SimulateMessageSync});
+        EXPECT_EQ(device.clock.sleeps(), std::vector<std::uint32_t>{16000});
+        EXPECT_EQ(device.feedback.sounds, 0);
+        lua_State* L = run.bridge.state();
+        lua_getglobal(L, "reached");
+        EXPECT_TRUE(lua_isnil(L, -1));
+        lua_pop(L, 1);
+    }
+}
+
+namespace {
+
+// A frame of `width` x `height` white pixels with the given pixels set to other colours.
+std::shared_ptr<host::Frame> screenFrame(std::uint32_t width, std::uint32_t height,
+                                         const std::vector<std::tuple<int, int, std::uint32_t>>& pixels) {
+    auto frame = std::make_shared<host::Frame>();
+    frame->width = width;
+    frame->height = height;
+    frame->rgba.assign(static_cast<size_t>(width) * height * 4, 0xFF);
+    for (auto [x, y, colour] : pixels) {
+        std::uint8_t* p = frame->rgba.data() + (static_cast<size_t>(y) * width + x) * 4;
+        p[0] = static_cast<std::uint8_t>(colour >> 16);
+        p[1] = static_cast<std::uint8_t>(colour >> 8);
+        p[2] = static_cast<std::uint8_t>(colour);
+    }
+    return frame;
+}
+
+void writePng(const std::filesystem::path& path, const host::Frame& frame) {
+    host::PngCodec codec;
+    auto png = codec.encodePng(frame.rgba.data(), frame.width, frame.height, frame.width * 4);
+    ASSERT_TRUE(png);
+    writeFile(path, std::string(png->begin(), png->end()));
+}
+
+}  // namespace
+
+// The screen functions answer in points, as integers or as tables of {x, y}, and findImage passes
+// every option of its table on.
+TEST(ScriptFunctions, ScreenResultsReachScriptsAsIntegersAndPointTables) {
+    RuntimeDevice device;
+    // 10 x 8 points at 2x: two red pixels, and a 2 x 2 pattern at pixel (6, 4).
+    const std::uint32_t red = 0xFF0000, green = 0x00FF00, blue = 0x0000FF, grey = 0x808080;
+    host::SimulatedDisplay display(*host::findDeviceProfile("10x8@2"));
+    auto screen = screenFrame(20, 16, {{4, 2, red}, {10, 12, red}, {6, 4, green}, {7, 4, blue},
+                                       {6, 5, blue}, {7, 5, green}});
+    display.setFrameSource([screen] { return screen; });
+    host::PngCodec codec;
+    platform().display = &display;
+    platform().imageCodec = &codec;
+    reset_screen_scale_factor();
+    auto scripts = device.map("/var/mobile/Library/Tactora/Scripts");
+    writePng(scripts / "pattern.png", *screenFrame(2, 2, {{0, 0, green}, {1, 0, blue}, {0, 1, blue}, {1, 1, green}}));
+    // The same pattern with one grey pixel: found only when grey is ignored or fuzzy allows it.
+    writePng(scripts / "smudged.png", *screenFrame(2, 2, {{0, 0, green}, {1, 0, blue}, {0, 1, blue}, {1, 1, grey}}));
+
+    ScriptRun run(device);
+    run(R"(
+        local function show(points)
+            local parts = {}
+            for i, p in ipairs(points) do parts[i] = p[1] .. "," .. p[2] .. "#" .. #p end
+            return "[" .. table.concat(parts, " ") .. "]"
+        end
+        local w, h = getScreenSize()
+        local pw, ph = getScreenResolution()
+        log(w .. "x" .. h .. " " .. pw .. "x" .. ph .. " " .. getScreenBitDepth())
+        log(getColor(2, 1) .. " " .. getColor(0, 0) .. " " .. getColor(100, 100))
+        log(show(findColor(0xFF0000)) .. show(findColor(0xFF0000, 1)) .. show(findColor(0x123456)))
+        local dir = rootDir()
+        log(show(findImage({ imagePath = dir .. "pattern.png" })))
+        log(show(findImage({ imagePath = dir .. "smudged.png" })))
+        log(show(findImage({ imagePath = dir .. "smudged.png", ignoreColors = { 0x808080 } })))
+        log(show(findImage({ imagePath = dir .. "smudged.png", ignoreColors = { 0x111111, 0x808080 } })))
+        log(show(findImage({ imagePath = dir .. "smudged.png", fuzzy = 0.75 })))
+        log(show(findImage({ imagePath = dir .. "missing.png" })))
+    )");
+    auto log = device.logLines();
+    ASSERT_EQ(log.size(), 9u) << device.log();
+    const std::string stamp = "03-07 09:05:03 ";
+    EXPECT_EQ(log[0], stamp + "10x8 20x16 32");
+    EXPECT_EQ(log[1], stamp + "16711680 16777215 -1");
+    EXPECT_EQ(log[2], stamp + "[2,1#2 5,6#2][2,1#2][]");
+    EXPECT_EQ(log[3], stamp + "[3,2#2]");
+    EXPECT_EQ(log[4], stamp + "[]");
+    EXPECT_EQ(log[5], stamp + "[3,2#2]");
+    EXPECT_EQ(log[6], stamp + "[3,2#2]");
+    EXPECT_EQ(log[7], stamp + "[3,2#2]");
+    EXPECT_EQ(log[8], stamp + "[]");
+    reset_screen_scale_factor();
+}

@@ -1,0 +1,131 @@
+#include <gtest/gtest.h>
+#include <httplib.h>
+
+#include <atomic>
+#include <chrono>
+#include <future>
+#include <thread>
+
+#include "host/SimServer.h"
+
+using namespace tactora::host;
+using nlohmann::json;
+
+namespace {
+
+struct RunningServer {
+    SimServer server{SimServer::Options{}};
+    std::string origin;
+    RunningServer() {
+        server.get("state", [] { return json{{"status", "idle"}}; });
+        server.post("echo", [](const json& body) -> json {
+            if (body.contains("refuse")) throw ApiError{409, "refused on purpose"};
+            return {{"got", body}};
+        });
+        std::string error;
+        if (!server.start(error)) ADD_FAILURE() << error;
+        origin = "http://127.0.0.1:" + std::to_string(server.port());
+    }
+    httplib::Client client() const {
+        httplib::Client c("127.0.0.1", server.port());
+        c.set_read_timeout(5, 0);
+        return c;
+    }
+};
+
+}  // namespace
+
+TEST(SimServer, ServesItsPageAndAnswersItsOwnOriginOnly) {
+    RunningServer running;
+    auto client = running.client();
+    auto page = client.Get("/");
+    ASSERT_TRUE(page);
+    EXPECT_EQ(page->status, 200);
+    EXPECT_NE(page->body.find("<script src=\"/sim.js\">"), std::string::npos);
+    EXPECT_EQ(page->get_header_value("Content-Type"), "text/html; charset=utf-8");
+    auto script = client.Get("/sim.js");
+    ASSERT_TRUE(script);
+    EXPECT_EQ(script->status, 200);
+
+    EXPECT_EQ(client.Get("/api/state")->status, 403);  // no origin at all
+    EXPECT_EQ(client.Get("/api/state", {{"Origin", "http://evil.example"}})->status, 403);
+    EXPECT_EQ(client.Get("/api/state", {{"Sec-Fetch-Site", "cross-site"}})->status, 403);
+    auto own = client.Get("/api/state", {{"Origin", running.origin}});
+    ASSERT_TRUE(own);
+    EXPECT_EQ(own->status, 200);
+    EXPECT_EQ(json::parse(own->body)["status"], "idle");
+    EXPECT_EQ(client.Get("/api/state", {{"Sec-Fetch-Site", "same-origin"}})->status, 200);
+
+    auto foreign = client.Post("/api/echo", {{"Origin", "http://evil.example"}}, R"({"a":1})", "text/plain");
+    EXPECT_EQ(foreign->status, 403);
+    auto echoed = client.Post("/api/echo", {{"Origin", running.origin}}, R"({"a":1})", "application/json");
+    EXPECT_EQ(echoed->status, 200);
+    EXPECT_EQ(json::parse(echoed->body)["got"]["a"], 1);
+    EXPECT_EQ(client.Post("/api/echo", {{"Origin", running.origin}}, "[1]", "application/json")->status, 400);
+    EXPECT_EQ(client.Post("/api/echo", {{"Origin", running.origin}}, "{oops", "application/json")->status, 400);
+    auto refused = client.Post("/api/echo", {{"Origin", running.origin}}, R"({"refuse":true})", "application/json");
+    EXPECT_EQ(refused->status, 409);
+    EXPECT_EQ(json::parse(refused->body)["error"], "refused on purpose");
+    EXPECT_EQ(client.Get("/api/none", {{"Origin", running.origin}})->status, 404);
+}
+
+TEST(SimServer, KnowsItsOwnPageByHostAndOrigin) {
+    struct Case {
+        const char *host, *origin, *fetchSite, *bound;
+        bool accepted;
+    };
+    const Case cases[] = {
+        {"127.0.0.1:8080", "http://127.0.0.1:8080", "", "127.0.0.1", true},
+        {"localhost:8080", "http://localhost:8080", "", "127.0.0.1", true},
+        {"127.0.0.1:8080", "", "same-origin", "127.0.0.1", true},
+        {"127.0.0.1:8080", "", "", "127.0.0.1", false},
+        {"127.0.0.1:8080", "", "same-site", "127.0.0.1", false},
+        {"127.0.0.1:8080", "http://localhost:8080", "", "127.0.0.1", false},  // another origin
+        {"127.0.0.1:8080", "https://127.0.0.1:8080", "", "127.0.0.1", false},
+        {"127.0.0.1:9090", "http://127.0.0.1:9090", "", "127.0.0.1", false},   // another port
+        {"attacker.test:8080", "http://attacker.test:8080", "", "127.0.0.1", false},  // rebinding
+        {"192.168.1.5:8080", "http://192.168.1.5:8080", "", "0.0.0.0", true},  // told to listen wider
+        {"", "", "same-origin", "127.0.0.1", false},
+    };
+    for (const auto& c : cases)
+        EXPECT_EQ(SimServer::fromOwnPage(c.host, c.origin, c.fetchSite, c.bound, 8080), c.accepted)
+            << c.host << " " << c.origin << " " << c.fetchSite;
+}
+
+TEST(SimServer, StreamsPublishedEventsToEveryOpenPageAndClosesThemOnStop) {
+    RunningServer running;
+    std::atomic<int> streamsSeeingTouch{0};
+    auto reader = [&] {
+        auto client = running.client();
+        std::string received;
+        client.Get("/api/events", {{"Origin", running.origin}}, [&](const char* data, std::size_t size) {
+            received.append(data, size);
+            if (received.find("event: touch\ndata: {\"x\":3}\n\n") != std::string::npos) {
+                ++streamsSeeingTouch;
+                received.clear();
+            }
+            return true;
+        });
+    };
+    std::thread first(reader), second(reader);
+    for (int i = 0; i < 200 && running.server.streamCount() < 2; ++i) std::this_thread::sleep_for(std::chrono::milliseconds(10));
+    ASSERT_EQ(running.server.streamCount(), 2u);
+    running.server.publish("touch", json{{"x", 3}});
+    for (int i = 0; i < 200 && streamsSeeingTouch < 2; ++i) std::this_thread::sleep_for(std::chrono::milliseconds(10));
+    EXPECT_EQ(streamsSeeingTouch.load(), 2);
+
+    // Stopping ends both streams, so the readers return rather than hang.
+    auto stopped = std::async(std::launch::async, [&] { running.server.stop(); });
+    EXPECT_EQ(stopped.wait_for(std::chrono::seconds(10)), std::future_status::ready);
+    first.join();
+    second.join();
+    EXPECT_FALSE(running.client().Get("/"));  // the process no longer answers
+}
+
+TEST(SimServer, SaysSoWhenThePortIsTaken) {
+    RunningServer running;
+    SimServer second(SimServer::Options{"127.0.0.1", running.server.port()});
+    std::string error;
+    EXPECT_FALSE(second.start(error));
+    EXPECT_NE(error.find(std::to_string(running.server.port())), std::string::npos);
+}
