@@ -10,6 +10,7 @@
 #include "host/HostFeedback.h"
 #include "host/HostPaths.h"
 #include "host/MainLoop.h"
+#include "host/OpenSSLCrypto.h"
 #include "host/SimulatedApps.h"
 #include "host/PngCodec.h"
 #include "host/SimulatedDeviceInfo.h"
@@ -54,6 +55,7 @@ struct HostPlatform::Ports {
     StderrDiagnosticLog log;
     HostClock clock;
     HostQueues queues;
+    OpenSSLCrypto crypto;
     SimulatedApps apps;
     HostFeedback feedback;
     UnixMessagePorts messagePorts;
@@ -72,6 +74,7 @@ HostPlatform::HostPlatform(const HostOptions& options) : ports_(std::make_unique
     p.diagnosticLog = &ports_->log;
     p.clock = &ports_->clock;
     p.queues = &ports_->queues;
+    p.crypto = &ports_->crypto;
     p.apps = &ports_->apps;
     p.feedback = &ports_->feedback;
     p.messagePorts = &ports_->messagePorts;

@@ -2,12 +2,14 @@
 // (see Tactora.plist); each process starts its own half.
 #import <Foundation/Foundation.h>
 
+#include "ios/BackboarddStartup.h"
 #include "ios/IOSPlatform.h"
 #include "ios/SpringBoardStartup.h"
 
 __attribute__((constructor)) static void tactoraLoaded() {
     @autoreleasepool {
         tactora::ios::installPorts();
+        tactora::ios::startBackboardd();
         tactora::ios::startSpringBoard();
     }
 }

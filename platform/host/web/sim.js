@@ -48,6 +48,7 @@ async function api(name, body) {
 let queue = Promise.resolve();
 const send = (name, body) => (queue = queue.then(() => api(name, body)).catch(() => {}));
 
+
 function connect() {
   const events = new EventSource('/api/events');
   events.addEventListener('state', (e) => render(JSON.parse(e.data)));
@@ -81,21 +82,22 @@ function setScreen(version) {
   $('screen-image').src = '/api/screen.png?v=' + version;
 }
 
-const statusText = (s) => s.recording ? 'Recording' : s.playing ? (s.ready ? 'Ready to play, playing' : 'Playing')
-  : s.ready ? 'Ready to play' : 'Idle';
+const statusText = (f) => f.isRecording ? 'Recording' : f.isPlaying ? (f.isReadyToPlay ? 'Ready to play, playing' : 'Playing')
+  : f.isReadyToPlay ? 'Ready to play' : 'Idle';
 
 function render(next) {
   const first = state === null;
   state = next;
-  if (next.device) {
-    const changed = next.device.widthPoints !== device.widthPoints || next.device.heightPoints !== device.heightPoints;
-    device = next.device;
+  const sim = next.sim || {};
+  if (sim.device) {
+    const changed = sim.device.widthPoints !== device.widthPoints || sim.device.heightPoints !== device.heightPoints;
+    device = sim.device;
     if (changed || first) layoutScreen();
   }
-  if (next.screen) setScreen(next.screen.version);
-  $('status').textContent = statusText(next.status || {});
-  document.documentElement.lang = next.language || 'en';
-  renderScripts(next.scripts || []);
+  if (sim.screen) setScreen(sim.screen.version);
+  $('status').textContent = sim.controller === false ? 'Controller not running' : statusText(next.flags || {});
+  document.documentElement.lang = sim.language || 'en';
+  renderScripts(sim.scripts || []);
   renderOverlay(next);
 }
 
@@ -134,52 +136,61 @@ function el(tag, props, ...children) {
   return node;
 }
 
-function stepper(panel, control, tag, label) {
+function stepper(control, label) {
+  const press = (direction) => () => send('panel/settings/stepper', { tag: control.tag, direction });
   return el('span', { className: 'stepper', role: 'group', 'aria-label': label },
-    el('button', { type: 'button', textContent: '−', disabled: !control.canDecrease, 'aria-label': label + ' down',
-      'data-focus': 'dec' + tag, onclick: () => send('panel', { panel: panel.id, action: 'stepper', tag, direction: -1 }) }),
-    el('button', { type: 'button', textContent: '+', disabled: !control.canIncrease, 'aria-label': label + ' up',
-      'data-focus': 'inc' + tag, onclick: () => send('panel', { panel: panel.id, action: 'stepper', tag, direction: 1 }) }));
+    el('button', { type: 'button', textContent: '−', disabled: control.value <= control.minimumValue, 'aria-label': label + ' down',
+      'data-focus': 'minus' + control.tag, onclick: press('minus') }),
+    el('button', { type: 'button', textContent: '+', disabled: control.value >= control.maximumValue, 'aria-label': label + ' up',
+      'data-focus': 'plus' + control.tag, onclick: press('plus') }));
 }
 
+const markers = (row) => (row.activatorAssignedLabel || '') + (row.playSettingsLabel || '');
+
 function controlPanel(panel) {
-  const choose = (body) => () => send('panel', Object.assign({ panel: panel.id }, body));
   return el('div', { className: 'sheet', role: 'dialog', 'aria-modal': 'true', 'aria-label': panel.title },
     el('h3', { textContent: panel.title }),
     el('p', { className: 'message', textContent: panel.message }),
-    el('button', { type: 'button', className: 'danger', textContent: panel.record, 'data-focus': 'record',
-      onclick: choose({ action: 'record' }) }),
-    el('ul', { className: 'list', 'aria-label': 'Scripts' }, ...panel.scripts.map((script) =>
-      el('li', {}, el('button', { type: 'button', 'data-focus': 'script:' + script.title, onclick: choose({ action: 'select', script: script.title }) },
-        el('span', { textContent: script.title }),
-        el('span', { className: 'markers', 'aria-hidden': 'true', textContent: (script.trigger ? '◎' : '') + (script.playDirectly ? '▷' : '') }))))),
-    el('button', { type: 'button', className: 'plain', textContent: panel.cancel, 'data-focus': 'cancel', 'data-cancel': '1',
-      onclick: choose({ action: 'cancel' }) }));
+    el('button', { type: 'button', className: 'danger', textContent: panel.recordButton, 'data-focus': 'record',
+      onclick: () => send('panel/control/record', {}) }),
+    el('ul', { className: 'list', 'aria-label': 'Scripts' }, ...panel.rows.map((row) =>
+      el('li', {}, el('button', { type: 'button', 'data-focus': 'row:' + row.text, 'data-script': row.text,
+        onclick: () => send('panel/control/select', { row: row.row }) },
+        el('span', { textContent: row.text }),
+        el('span', { className: 'markers', textContent: markers(row),
+          'aria-label': [row.activatorAssignedLabel ? 'has a trigger' : '', row.playSettingsLabel ? 'plays directly' : ''].filter(Boolean).join(', ') }))))),
+    el('button', { type: 'button', className: 'plain', textContent: panel.cancelButton, 'data-focus': 'cancel', 'data-cancel': '1',
+      onclick: () => send('panel/control/cancel', {}) }));
 }
 
 function playSettingsPanel(panel) {
-  const button = (tag) => () => send('panel', { panel: panel.id, action: 'button', tag });
-  const times = el('input', { id: 'repeat-count', type: 'text', inputMode: 'numeric', value: panel.times.text, 'data-focus': 'times',
-    oninput: (e) => send('panel', { panel: panel.id, action: 'text', text: e.target.value }) });
+  const [count, interval, speed] = panel.steppers;
+  const title = (tag) => (panel.buttons.find((b) => b.tag === tag) || {}).title;
+  const button = (tag) => () => send('panel/settings/button', { tag });
+  const times = el('input', { id: 'repeat-count', type: 'text', inputMode: 'numeric', value: panel.repeatCountText, 'data-focus': 'times',
+    oninput: (e) => send('panel/settings/count', { text: e.target.value }) });
   return el('div', { className: 'sheet', role: 'dialog', 'aria-modal': 'true', 'aria-label': panel.title },
     el('h3', { textContent: panel.title }),
     el('p', { className: 'message', textContent: panel.message }),
-    el('div', { className: 'row' }, el('label', { htmlFor: 'repeat-count', textContent: panel.times.label }), times,
-      stepper(panel, panel.times, 501, panel.times.label)),
-    el('div', { className: 'row' }, el('span', { className: 'name', textContent: panel.interval.label }),
-      el('span', { className: 'value', id: 'repeat-interval', textContent: panel.interval.text }), stepper(panel, panel.interval, 502, panel.interval.label)),
-    el('div', { className: 'row' }, el('span', { className: 'name', textContent: panel.speed.label }),
-      el('span', { className: 'value', id: 'play-speed', textContent: panel.speed.text }), stepper(panel, panel.speed, 503, panel.speed.label)),
+    el('div', { className: 'row' }, el('label', { htmlFor: 'repeat-count', textContent: panel.repeatCountLabel }), times,
+      stepper(count, panel.repeatCountLabel)),
+    el('div', { className: 'row' }, el('span', { className: 'name', textContent: panel.repeatIntervalLabel }),
+      el('span', { className: 'value', id: 'repeat-interval', textContent: panel.repeatIntervalValueText }),
+      stepper(interval, panel.repeatIntervalLabel)),
+    el('div', { className: 'row' }, el('span', { className: 'name', textContent: panel.playSpeedLabel }),
+      el('span', { className: 'value', id: 'play-speed', textContent: panel.playSpeedValueText }),
+      stepper(speed, panel.playSpeedLabel)),
     el('div', { className: 'pair' },
-      el('button', { type: 'button', className: 'primary', textContent: panel.playNow, 'data-focus': 'now', onclick: button(101) }),
-      el('button', { type: 'button', className: 'info', textContent: panel.playLater, 'data-focus': 'later', onclick: button(102) })),
-    el('button', { type: 'button', className: 'plain', textContent: panel.cancel, 'data-focus': 'cancel', 'data-cancel': '1', onclick: button(100) }));
+      el('button', { type: 'button', className: 'primary', textContent: title(101), 'data-focus': 'now', onclick: button(101) }),
+      el('button', { type: 'button', className: 'info', textContent: title(102), 'data-focus': 'later', onclick: button(102) })),
+    el('button', { type: 'button', className: 'plain', textContent: title(100), 'data-focus': 'cancel', 'data-cancel': '1', onclick: button(100) }));
 }
 
 function alertView(alert) {
-  const field = alert.secure ? el('input', { type: 'password', id: 'alert-text', 'aria-label': alert.message || alert.title, 'data-focus': 'text' }) : null;
-  const press = (index) => () => send('alert', { alert: alert.id, button: index, text: field ? field.value : '' });
-  const buttons = [alert.cancel, ...(alert.others || [])].map((title, index) =>
+  const field = alert.secureTextInput
+    ? el('input', { type: 'password', id: 'alert-text', 'aria-label': alert.message || alert.title, 'data-focus': 'text' }) : null;
+  const press = (index) => () => send('alert/button', { id: alert.id, index, text: field ? field.value : '' });
+  const buttons = [alert.cancelButton, ...(alert.otherButtons || [])].map((title, index) =>
     el('button', { type: 'button', className: index === 0 ? 'cancel' : '', textContent: title, 'data-focus': 'b' + index,
       'data-cancel': index === 0 ? '1' : '', onclick: press(index) }));
   if (field) field.addEventListener('keydown', (e) => { if (e.key === 'Enter' && buttons.length > 1) buttons[1].click(); });
@@ -194,19 +205,21 @@ let shownKey = '';
 function renderOverlay(next) {
   const overlay = $('overlay');
   const alerts = next.alerts || [];
-  const top = alerts.length ? { kind: 'alert', id: alerts[alerts.length - 1].id } : next.panel ? next.panel : null;
-  if (!top) {
+  const panels = next.panels || [];
+  // Alerts open over panels; of each, the newest is in front.
+  const alert = alerts.length ? alerts[alerts.length - 1] : null;
+  const panel = panels.length ? panels[panels.length - 1] : null;
+  if (!alert && !panel) {
     overlay.hidden = true;
     overlay.replaceChildren();
     shownKey = '';
     return;
   }
-  const key = top.kind + ':' + top.id;
+  const key = alert ? 'alert:' + alert.id : 'panel:' + panel.panel + ':' + panels.length;
   const focused = document.activeElement && overlay.contains(document.activeElement)
     ? document.activeElement.getAttribute('data-focus') : null;
   const typed = $('alert-text') ? $('alert-text').value : null;
-  const view = top.kind === 'alert' ? alertView(alerts[alerts.length - 1])
-    : top.kind === 'controlPanel' ? controlPanel(top) : playSettingsPanel(top);
+  const view = alert ? alertView(alert) : panel.panel === 'ControlPanelView' ? controlPanel(panel) : playSettingsPanel(panel);
   overlay.replaceChildren(view);
   overlay.hidden = false;
   if (key === shownKey) {

@@ -1,0 +1,219 @@
+// tactora encrypt / tactora decrypt: scripts to ".e" files and back, streamed, so files of any
+// size take little memory. Output goes to a temporary file beside the target and is renamed into
+// place only when it is complete and authentic, so a wrong password leaves nothing behind.
+#include <fcntl.h>
+#include <signal.h>
+#include <sys/stat.h>
+#include <termios.h>
+#include <unistd.h>
+
+#include <cerrno>
+#include <cstdio>
+#include <cstdlib>
+#include <cstring>
+#include <fstream>
+#include <iostream>
+#include <memory>
+#include <optional>
+#include <sstream>
+#include <string>
+
+#include "Command.h"
+#include "Managers/Cryptor.h"
+#include "Managers/Encrypt.h"
+#include "host/HostPlatform.h"
+
+namespace tactora::cli {
+
+namespace {
+
+struct CryptOptions {
+    std::string file;
+    std::string output;
+    std::optional<std::string> password;
+    std::string passwordFile;
+};
+
+void fail(const std::string& message) { std::cerr << "tactora: " << message << "\n"; }
+
+// Reads one line from the terminal with echo off. None without a terminal.
+std::optional<std::string> promptHidden(const char* prompt) {
+    int tty = ::open("/dev/tty", O_RDWR | O_CLOEXEC);
+    if (tty < 0) return std::nullopt;
+    termios saved{};
+    bool restore = ::tcgetattr(tty, &saved) == 0;
+    if (restore) {
+        termios quiet = saved;
+        quiet.c_lflag &= ~tcflag_t(ECHO);
+        quiet.c_lflag |= ECHONL;
+        ::tcsetattr(tty, TCSAFLUSH, &quiet);
+    }
+    (void)!::write(tty, prompt, std::strlen(prompt));
+    std::string line;
+    char c;
+    bool gotAny = false;
+    while (::read(tty, &c, 1) == 1) {
+        gotAny = true;
+        if (c == '\n') break;
+        line.push_back(c);
+    }
+    if (restore) ::tcsetattr(tty, TCSAFLUSH, &saved);
+    ::close(tty);
+    if (!gotAny) return std::nullopt;
+    if (!line.empty() && line.back() == '\r') line.pop_back();
+    return line;
+}
+
+// --password, then --password-file, then $TACTORA_PASSWORD, then a prompt on the terminal.
+std::optional<std::string> choosePassword(const CryptOptions& options, bool confirm) {
+    if (options.password) return options.password;
+    if (!options.passwordFile.empty()) {
+        std::ifstream in(options.passwordFile, std::ios::binary);
+        if (!in) {
+            fail("cannot read the password file " + options.passwordFile + ": " + std::strerror(errno));
+            return std::nullopt;
+        }
+        std::stringstream all;
+        all << in.rdbuf();
+        std::string password = all.str();
+        // One line: the line break a text editor adds is not part of the password.
+        if (!password.empty() && password.back() == '\n') password.pop_back();
+        if (!password.empty() && password.back() == '\r') password.pop_back();
+        return password;
+    }
+    if (const char* fromEnvironment = std::getenv("TACTORA_PASSWORD")) return std::string(fromEnvironment);
+
+    std::optional<std::string> password = promptHidden("Password: ");
+    if (!password) {
+        fail("no password: give --password, --password-file or TACTORA_PASSWORD, or run on a terminal");
+        return std::nullopt;
+    }
+    if (confirm) {
+        if (password->empty()) {
+            fail("the password is empty");
+            return std::nullopt;
+        }
+        std::optional<std::string> again = promptHidden("Password again: ");
+        if (again != password) {
+            fail("the passwords differ");
+            return std::nullopt;
+        }
+    }
+    return password;
+}
+
+// The temporary file being written, removed if the process is interrupted.
+char interruptedTemporary[4096];
+
+void removeTemporaryAndExit(int signal) {
+    if (interruptedTemporary[0]) ::unlink(interruptedTemporary);
+    ::_exit(128 + signal);
+}
+
+// Streams `input` into `target` through a temporary file beside it. Answers the exit code.
+int streamInto(bool encrypting, const std::string& input, const std::string& target, const std::string& password) {
+    std::string temporary = target + ".XXXXXX";
+    if (temporary.size() >= sizeof interruptedTemporary) {
+        fail("the output path is too long: " + target);
+        return 1;
+    }
+    int fd = ::mkstemp(temporary.data());
+    if (fd < 0) {
+        fail("cannot create a file beside " + target + ": " + std::strerror(errno));
+        return 1;
+    }
+    std::memcpy(interruptedTemporary, temporary.c_str(), temporary.size() + 1);
+    struct sigaction onInterrupt{};
+    onInterrupt.sa_handler = removeTemporaryAndExit;
+    ::sigaction(SIGINT, &onInterrupt, nullptr);
+    ::sigaction(SIGTERM, &onInterrupt, nullptr);
+    ::sigaction(SIGHUP, &onInterrupt, nullptr);
+    // mkstemp makes the file private; the result gets the mode a newly created file would get.
+    mode_t mask = ::umask(0);
+    ::umask(mask);
+    ::fchmod(fd, 0666 & ~mask);
+    ::close(fd);
+
+    std::optional<CryptorError> error = encrypting ? Encrypt::encryptFile(input, temporary, password)
+                                                   : Encrypt::decryptFile(input, temporary, password);
+    if (!error && ::rename(temporary.c_str(), target.c_str()) != 0)
+        error = CryptorError{encryptFileErrorDomain, errno, "cannot rename into " + target + ": " + std::strerror(errno)};
+    if (error) ::unlink(temporary.c_str());
+    interruptedTemporary[0] = 0;
+    if (!error) return 0;
+
+    if (error->domain == cryptorErrorDomain && error->code == unknownHeaderError)
+        fail(input + " is not an encrypted script (" + error->description + ")");
+    else if (error->domain == cryptorErrorDomain && error->code != int(CryptoStatus::unimplemented))
+        fail("wrong password or damaged file: " + input + " (" + error->description + ")");
+    else
+        fail(error->description);
+    return 1;
+}
+
+int runEncrypt(const CryptOptions& options, GlobalOptions& global) {
+    std::optional<std::string> password = choosePassword(options, true);
+    if (!password) return 2;
+    host::HostPlatform host(global.host);
+    std::string target = options.output.empty() ? options.file + ".e" : options.output;
+    int code = streamInto(true, options.file, target, *password);
+    if (code == 0) std::cout << target << "\n";
+    return code;
+}
+
+int runDecrypt(const CryptOptions& options, GlobalOptions& global) {
+    std::string target = options.output;
+    if (target.empty()) {
+        if (options.file.size() <= 2 || options.file.compare(options.file.size() - 2, 2, ".e") != 0) {
+            fail(options.file + " does not end in .e; name the output with -o");
+            return 2;
+        }
+        target = options.file.substr(0, options.file.size() - 2);
+    }
+    // Shorter than a header, a padded block and an HMAC: the cryptor would end quietly with
+    // nothing, which for a tool is a mistake worth naming.
+    struct stat info{};
+    if (::stat(options.file.c_str(), &info) == 0 &&
+        std::uintmax_t(info.st_size) < cryptorformat::passwordHeaderSize + 16 + cryptorformat::hmacSize) {
+        fail(options.file + " is too short to be an encrypted script (" + std::to_string(info.st_size) + " bytes)");
+        return 1;
+    }
+    std::optional<std::string> password = choosePassword(options, false);
+    if (!password) return 2;
+    host::HostPlatform host(global.host);
+    int code = streamInto(false, options.file, target, *password);
+    if (code == 0) std::cout << target << "\n";
+    return code;
+}
+
+void addPasswordOptions(CLI::App& command, CryptOptions& options) {
+    command.add_option("--password", options.password, "The password (visible to other users in the process list)");
+    command.add_option("--password-file", options.passwordFile,
+                       "Read the password from this file (one line; a final line break is dropped)")
+        ->check(CLI::ExistingFile);
+}
+
+void setup(CLI::App& app, GlobalOptions& global) {
+    auto encryptOptions = std::make_shared<CryptOptions>();
+    CLI::App* encrypt = app.add_subcommand(
+        "encrypt", "Encrypt a script into FILE.e under a password (password from --password, --password-file, "
+                   "$TACTORA_PASSWORD or a prompt)");
+    encrypt->add_option("file", encryptOptions->file, "The script to encrypt")->required()->check(CLI::ExistingFile);
+    encrypt->add_option("-o,--output", encryptOptions->output, "Where to write (default: FILE.e)");
+    addPasswordOptions(*encrypt, *encryptOptions);
+    encrypt->callback([&global, encryptOptions] { global.exitCode = runEncrypt(*encryptOptions, global); });
+
+    auto decryptOptions = std::make_shared<CryptOptions>();
+    CLI::App* decrypt = app.add_subcommand(
+        "decrypt", "Decrypt FILE.e into FILE; a wrong password leaves no output and exits with 1");
+    decrypt->add_option("file", decryptOptions->file, "The encrypted script")->required()->check(CLI::ExistingFile);
+    decrypt->add_option("-o,--output", decryptOptions->output, "Where to write (default: FILE without .e)");
+    addPasswordOptions(*decrypt, *decryptOptions);
+    decrypt->callback([&global, decryptOptions] { global.exitCode = runDecrypt(*decryptOptions, global); });
+}
+
+RegisterCommand registerEncryptCommands(60, setup);
+
+}  // namespace
+
+}  // namespace tactora::cli

@@ -1,0 +1,264 @@
+#include <gtest/gtest.h>
+
+#include <atomic>
+#include <chrono>
+#include <numeric>
+
+#include "CryptTestSupport.h"
+#include "Managers/Cryptor.h"
+#include "Platform/Platform.h"
+#include "host/MainLoop.h"
+
+using namespace tactora;
+using namespace tactora::crypttest;
+
+namespace {
+
+class CryptorTest : public ::testing::Test {
+protected:
+    CryptorTest() { platform().crypto = &crypto_; }
+
+    ScopedPlatform scope_;
+    host::OpenSSLCrypto crypto_;
+};
+
+// Feeds `data` in the given piece sizes (the rest in one piece), returning the joined output,
+// the error and how often the handler ran.
+struct Fed {
+    Bytes output;
+    std::optional<CryptorError> error;
+    int calls = 0;
+};
+
+template <class Kind>
+Fed feedInPieces(const Bytes& data, const std::string& password, const std::vector<std::size_t>& sizes) {
+    auto fed = std::make_shared<Fed>();
+    auto cryptor = Kind::create(password, [fed](Cryptor&, std::span<const std::uint8_t> output) {
+        fed->output.insert(fed->output.end(), output.begin(), output.end());
+        ++fed->calls;
+    });
+    std::size_t at = 0;
+    for (std::size_t size : sizes) {
+        size = std::min(size, data.size() - at);
+        cryptor->addData(Bytes(data.begin() + std::ptrdiff_t(at), data.begin() + std::ptrdiff_t(at + size)));
+        at += size;
+    }
+    if (at < data.size()) cryptor->addData(Bytes(data.begin() + std::ptrdiff_t(at), data.end()));
+    cryptor->finish();
+    cryptor->waitUntilFinished();
+    fed->error = cryptor->error();
+    return *fed;
+}
+
+std::vector<std::size_t> randomSizes(std::mt19937& random, std::size_t total) {
+    std::vector<std::size_t> sizes;
+    std::uniform_int_distribution<std::size_t> size(0, 70);
+    for (std::size_t sum = 0; sum < total;) sum += sizes.emplace_back(size(random));
+    return sizes;
+}
+
+}  // namespace
+
+TEST_F(CryptorTest, OutputIsHeaderPaddedCiphertextAndHmac) {
+    struct Case {
+        std::size_t plain, file;
+    };
+    for (Case c : {Case{0, 82}, Case{1, 82}, Case{15, 82}, Case{16, 98}, Case{17, 98}, Case{100, 178}}) {
+        SCOPED_TRACE(c.plain);
+        Bytes plain(c.plain, 'x');
+        CryptorResult sealed = encryptData(plain, "secret");
+        ASSERT_FALSE(sealed.error);
+        ASSERT_EQ(sealed.data.size(), c.file);
+        EXPECT_EQ(sealed.data[0], 3);
+        EXPECT_EQ(sealed.data[1], 1);
+        // An implementation written straight on OpenSSL reads it.
+        EXPECT_EQ(referenceDecrypt(sealed.data, "secret"), plain);
+        CryptorResult opened = decryptData(sealed.data, "secret");
+        EXPECT_FALSE(opened.error);
+        EXPECT_EQ(opened.data, plain);
+    }
+}
+
+TEST_F(CryptorTest, ReadsFilesWrittenByTheReferenceIncludingBinaryAndNonAsciiPasswords) {
+    std::mt19937 random(7);
+    for (std::string password : {"p", "", "pässwörd 😀", "a long password with spaces"}) {
+        Bytes plain = randomBytes(1000, random);
+        Bytes file = referenceEncrypt(plain, password);
+        CryptorResult opened = decryptData(file, password);
+        EXPECT_FALSE(opened.error) << password;
+        EXPECT_EQ(opened.data, plain) << password;
+    }
+}
+
+TEST_F(CryptorTest, WrongPasswordOrDamagedCodeFails) {
+    Bytes file = referenceEncrypt(bytesOf("print('hello')"), "right");
+    // The last block is taken before the HMAC is compared, so a wrong key usually shows as bad
+    // padding first.
+    CryptorResult wrong = decryptData(file, "wrong");
+    ASSERT_TRUE(wrong.error);
+    EXPECT_TRUE(wrong.error->code == hmacMismatchError || wrong.error->code == int(CryptoStatus::decodeError));
+    EXPECT_TRUE(wrong.data.empty());
+
+    // A flipped bit in the HMAC leaves the ciphertext intact, so only the comparison can catch it.
+    file.back() ^= 0x01;
+    CryptorResult damaged = decryptData(file, "right");
+    ASSERT_TRUE(damaged.error);
+    EXPECT_EQ(*damaged.error, (CryptorError{cryptorErrorDomain, 1, "HMAC Mismatch"}));
+}
+
+TEST_F(CryptorTest, OnlyVersionsTwoAndThreeAreKnown) {
+    Bytes file = referenceEncrypt(bytesOf("x"), "pw");
+    for (std::uint8_t version : {0, 1, 4, 0xFF}) {
+        file[0] = version;
+        CryptorResult result = decryptData(file, "pw");
+        ASSERT_TRUE(result.error) << int(version);
+        EXPECT_EQ(*result.error, (CryptorError{cryptorErrorDomain, 2, "Unknown header"}));
+    }
+    // Two bytes are enough to know.
+    CryptorResult early = decryptData(Bytes{1, 1}, "pw");
+    ASSERT_TRUE(early.error);
+    EXPECT_EQ(early.error->code, unknownHeaderError);
+}
+
+TEST_F(CryptorTest, VersionTwoCutsTheUtf8PasswordToItsUtf16Length) {
+    EXPECT_EQ(version2PasswordBytes("abc"), "abc");
+    EXPECT_EQ(version2PasswordBytes(""), "");
+    EXPECT_EQ(version2PasswordBytes("é"), "\xC3");                   // 2 bytes, 1 unit
+    EXPECT_EQ(version2PasswordBytes("😀"), "\xF0\x9F");              // 4 bytes, 2 units
+    EXPECT_EQ(version2PasswordBytes("aé😀z"), "a\xC3\xA9\xF0\x9F");   // 8 bytes, 5 units
+
+    std::string password = "pässwörd";
+    ReferenceHeader v2;
+    v2.version = 2;
+    Bytes plain = bytesOf("version two");
+    CryptorResult cut = decryptData(referenceEncrypt(plain, version2PasswordBytes(password), v2), password);
+    EXPECT_FALSE(cut.error);
+    EXPECT_EQ(cut.data, plain);
+    // The whole UTF-8 password is what version 3 uses, and it is not what version 2 used.
+    CryptorResult whole = decryptData(referenceEncrypt(plain, password, v2), password);
+    EXPECT_TRUE(whole.error);
+    CryptorResult v3 = decryptData(referenceEncrypt(plain, password), password);
+    EXPECT_EQ(v3.data, plain);
+}
+
+TEST_F(CryptorTest, ShortInputsEndQuietlyUntilAHeaderIsWholeAndFailAfter) {
+    Bytes file = referenceEncrypt(Bytes(16, 'a'), "pw");  // 98 bytes
+    ASSERT_EQ(file.size(), 98u);
+    std::vector<std::size_t> lengths(cryptorformat::passwordHeaderSize);
+    std::iota(lengths.begin(), lengths.end(), 0);
+    // Whole header; less than the HMAC after it; a block short; one byte short.
+    lengths.insert(lengths.end(), {34, 35, 65, 66, 81, 82, 97});
+    for (std::size_t length : lengths) {
+        CryptorResult result = decryptData(Bytes(file.begin(), file.begin() + std::ptrdiff_t(length)), "pw");
+        if (length < cryptorformat::passwordHeaderSize) {
+            EXPECT_FALSE(result.error) << length;
+            EXPECT_TRUE(result.data.empty()) << length;
+        } else {
+            EXPECT_TRUE(result.error) << length;
+        }
+    }
+}
+
+TEST_F(CryptorTest, KeyBasedHeaderCannotBeOpenedWithAPassword) {
+    // Options bit 0 clear: no salts, the IV at offset 2.
+    Bytes file{3, 0};
+    file.insert(file.end(), 16 + 32 + 32, 0x5A);
+    CryptorResult result = decryptData(file, "pw");
+    EXPECT_TRUE(result.error);
+}
+
+TEST_F(CryptorTest, PiecesOfAnySizeGiveWhatOnePieceGives) {
+    std::mt19937 random(42);
+    for (int round = 0; round < 6; ++round) {
+        Bytes plain = randomBytes(std::uniform_int_distribution<std::size_t>(0, 300)(random), random);
+        // The same random bytes for both encryptions, so their files must be equal.
+        PredictableCrypto whole, pieces;
+        platform().crypto = &whole;
+        Fed one = feedInPieces<Encryptor>(plain, "pw", {});
+        platform().crypto = &pieces;
+        Fed many = feedInPieces<Encryptor>(plain, "pw", randomSizes(random, plain.size()));
+        ASSERT_FALSE(one.error);
+        ASSERT_FALSE(many.error);
+        EXPECT_EQ(many.output, one.output);
+        EXPECT_EQ(referenceDecrypt(one.output, "pw"), plain);
+
+        platform().crypto = &crypto_;
+        Fed opened = feedInPieces<Decryptor>(one.output, "pw", randomSizes(random, one.output.size()));
+        EXPECT_FALSE(opened.error);
+        EXPECT_EQ(opened.output, plain);
+
+        Fed refused = feedInPieces<Decryptor>(one.output, "not pw", randomSizes(random, one.output.size()));
+        EXPECT_TRUE(refused.error);
+        EXPECT_TRUE(refused.output.empty() || refused.output != plain);
+    }
+}
+
+TEST_F(CryptorTest, HandlerRunsOncePerPieceAndStopsAfterFailing) {
+    std::vector<std::size_t> sizes{10, 0, 40, 5, 100};
+    Bytes file = referenceEncrypt(Bytes(120, 'q'), "pw");
+    Fed good = feedInPieces<Decryptor>(file, "pw", sizes);
+    EXPECT_EQ(good.calls, int(sizes.size()) + 2);  // every piece, the rest, and the end
+
+    // The third piece reveals the unknown version; the pieces after it get no answer.
+    Bytes bad = file;
+    bad[0] = 9;
+    Fed failed = feedInPieces<Decryptor>(bad, "pw", {1, 0, 2, 50});
+    EXPECT_EQ(failed.calls, 3);
+    ASSERT_TRUE(failed.error);
+    EXPECT_EQ(failed.error->code, unknownHeaderError);
+}
+
+TEST_F(CryptorTest, FinishedShowsOnlyInTheLastHandlerCall) {
+    std::vector<bool> seen;
+    auto cryptor = Encryptor::create("pw", [&seen](Cryptor& self, std::span<const std::uint8_t>) {
+        seen.push_back(self.isFinished());
+    });
+    for (int i = 0; i < 5; ++i) cryptor->addData(Bytes(33, 'z'));
+    cryptor->finish();
+    cryptor->waitUntilFinished();
+    EXPECT_EQ(seen, (std::vector<bool>{false, false, false, false, false, true}));
+    EXPECT_FALSE(cryptor->error());
+}
+
+TEST_F(CryptorTest, CallerMayBlockOnTheMainThread) {
+    host::MainLoop loop;
+    host::HostQueues queues(loop);
+    platform().queues = &queues;
+    std::atomic<bool> done{false};
+    Bytes plain = bytesOf("from the main thread");
+    Bytes file = referenceEncrypt(plain, "pw");
+    CryptorResult result;
+    loop.post([&] {
+        result = decryptData(file, "pw");
+        done = true;
+    });
+    EXPECT_TRUE(loop.runUntil([&] { return done.load(); }, std::chrono::seconds(30)));
+    EXPECT_EQ(result.data, plain);
+}
+
+TEST_F(CryptorTest, WithoutCryptoSupportBothDirectionsFail) {
+    resetPlatform();
+    CryptorResult sealed = encryptData(bytesOf("text"), "pw");
+    ASSERT_TRUE(sealed.error);
+    EXPECT_EQ(sealed.error->code, int(CryptoStatus::unimplemented));
+    CryptorResult opened = decryptData(referenceEncrypt(bytesOf("text"), "pw"), "pw");
+    ASSERT_TRUE(opened.error);
+    EXPECT_TRUE(opened.data.empty());
+}
+
+TEST(ConstantTimeEquals, DiffersForAnyChangedByteAndForShorterValues) {
+    Bytes computed(32);
+    for (std::size_t i = 0; i < computed.size(); ++i) computed[i] = std::uint8_t(i * 7 + 1);
+    EXPECT_TRUE(constantTimeEquals(computed, computed));
+    for (std::size_t i = 0; i < computed.size(); ++i) {
+        Bytes received = computed;
+        received[i] ^= 0x80;
+        EXPECT_FALSE(constantTimeEquals(received, computed)) << i;
+    }
+    EXPECT_FALSE(constantTimeEquals(Bytes(computed.begin(), computed.end() - 1), computed));
+    EXPECT_FALSE(constantTimeEquals({}, computed));
+    // A longer value whose tail repeats the code still differs by its length.
+    Bytes longer = computed;
+    longer.insert(longer.end(), computed.begin(), computed.begin() + 4);
+    EXPECT_FALSE(constantTimeEquals(longer, computed));
+}

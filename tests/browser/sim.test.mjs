@@ -1,0 +1,178 @@
+// Drives the simulator page in Debian's Chromium, headless: the control panel, the play settings
+// panel, a run's touches, recording by hand, and the password prompt of an encrypted script.
+import { test, before, after } from 'node:test';
+import assert from 'node:assert/strict';
+import { spawn, execFileSync } from 'node:child_process';
+import { mkdtempSync, mkdirSync, copyFileSync, writeFileSync, readdirSync, rmSync, existsSync } from 'node:fs';
+import { tmpdir } from 'node:os';
+import path from 'node:path';
+import { chromium } from 'playwright-core';
+
+const here = path.dirname(new URL(import.meta.url).pathname);
+const source = path.resolve(here, '../..');
+const tactora = process.env.TACTORA_CLI || path.join(source, 'build/release/tactora');
+const artifacts = process.env.TACTORA_ARTIFACTS || path.join(source, 'build/browser-artifacts');
+
+let root, scripts, sim, url, context, page;
+const simOutput = [];
+
+function startSim() {
+  return new Promise((resolve, reject) => {
+    sim = spawn(tactora, ['--root', root, '--language', 'en', 'sim', '--scene', path.join(root, 'scene/scene.json'), '--port', '0'],
+      { stdio: ['ignore', 'pipe', 'pipe'] });
+    const timer = setTimeout(() => reject(new Error('tactora sim printed no URL:\n' + simOutput.join(''))), 15000);
+    const take = (chunk) => {
+      simOutput.push(chunk.toString());
+      const found = /open (http:\/\/127\.0\.0\.1:\d+\/)/.exec(simOutput.join(''));
+      if (found && !url) { url = found[1]; clearTimeout(timer); resolve(); }
+    };
+    sim.stdout.on('data', take);
+    sim.stderr.on('data', take);
+    sim.on('exit', (code) => { if (!url) { clearTimeout(timer); reject(new Error('tactora sim exited with ' + code + ':\n' + simOutput.join(''))); } });
+  });
+}
+
+before(async () => {
+  mkdirSync(artifacts, { recursive: true });
+  root = mkdtempSync(path.join(tmpdir(), 'tactora-browser-'));
+  scripts = path.join(root, 'var/mobile/Library/Tactora/Scripts');
+  mkdirSync(scripts, { recursive: true });
+  execFileSync(tactora, ['--root', root, 'make-demo-scene', path.join(root, 'scene')]);
+  copyFileSync(path.join(source, 'examples/demo/demo.lua'), path.join(scripts, 'demo.lua'));
+  copyFileSync(path.join(root, 'scene/icon.png'), path.join(scripts, 'demo-icon.png'));
+  writeFileSync(path.join(root, 'secret.lua'), 'touchDown(1, 40, 40)\nusleep(50000)\ntouchUp(1, 40, 40)\nusleep(50000)\n');
+  execFileSync(tactora, ['--root', root, 'encrypt', path.join(root, 'secret.lua'), '-o', path.join(scripts, 'secret.e'),
+    '--password', 'open sesame']);
+  await startSim();
+
+  const profile = mkdtempSync(path.join(tmpdir(), 'tactora-chromium-'));
+  context = await chromium.launchPersistentContext(profile, {
+    executablePath: process.env.CHROMIUM || '/usr/bin/chromium',
+    headless: true,
+    args: ['--no-sandbox', '--disable-gpu', '--disable-background-networking', '--disable-component-update',
+      '--disable-sync', '--no-first-run'],
+    viewport: { width: 1280, height: 900 },
+  });
+  page = context.pages()[0] || await context.newPage();
+  page.setDefaultTimeout(20000);
+  await page.goto(url);
+  await page.locator('#status').filter({ hasText: 'Idle' }).waitFor();
+});
+
+after(async () => {
+  if (context) await context.close();
+  if (sim && sim.exitCode === null) sim.kill('SIGTERM');
+  if (root) rmSync(root, { recursive: true, force: true });
+});
+
+const overlay = () => page.locator('#overlay');
+
+async function holdVolumeDown() {
+  const button = page.locator('#volume-down');
+  const box = await button.boundingBox();
+  await page.mouse.move(box.x + box.width / 2, box.y + box.height / 2);
+  await page.mouse.down();
+  await page.waitForTimeout(800);
+  await page.mouse.up();
+}
+
+async function openControlPanel() {
+  await holdVolumeDown();
+  await overlay().getByRole('dialog', { name: 'Tactora' }).waitFor();
+  await overlay().getByRole('button', { name: 'Record' }).waitFor();
+}
+
+async function expectAlert(message) {
+  const alert = overlay().getByRole('alertdialog');
+  await alert.filter({ hasText: message }).waitFor();
+  return alert;
+}
+
+const traceCount = () => page.locator('#trace').evaluate((list) => Number(list.dataset.count || 0));
+
+test('plays a chosen script twice from the panels and shows its touches as they happen', async () => {
+  await openControlPanel();
+  await overlay().locator('[data-script="demo.lua"]').click();
+  const settings = overlay().getByRole('dialog');
+  await settings.getByText('Loop playing with').waitFor();
+  await settings.getByRole('button', { name: 'Times: up' }).click();
+  await page.waitForFunction(() => document.querySelector('#repeat-count')?.value === '2');
+  const before = await traceCount();
+  await settings.getByRole('button', { name: 'Play Now' }).click();
+
+  await page.locator('#status').filter({ hasText: 'Playing' }).waitFor();
+  await page.waitForFunction((n) => Number(document.querySelector('#trace').dataset.count || 0) > n, before);
+  // A finger is on the glass: keep what the page shows for a person to look at.
+  await page.screenshot({ path: path.join(artifacts, 'simulator-playing.png') });
+  await expectAlert('Playing Finished!');
+  await page.screenshot({ path: path.join(artifacts, 'simulator-finished.png') });
+  // Two passes, each a tap on the icon and one on the button, each down and up.
+  assert.ok((await traceCount()) - before >= 8, 'expected the touches of two passes');
+  assert.match(await page.locator('#log').textContent(), /pressed the green button[\s\S]*pressed the green button/);
+  await overlay().getByRole('button', { name: 'OK' }).click();
+  await overlay().waitFor({ state: 'hidden' });
+});
+
+test('records two taps made with the mouse and plays them back at once', async () => {
+  const known = new Set(readdirSync(scripts));
+  await openControlPanel();
+  await overlay().getByRole('button', { name: 'Record' }).click();
+  await page.locator('#status').filter({ hasText: 'Recording' }).waitFor();
+
+  const screen = await page.locator('#touch-layer').boundingBox();
+  for (const [x, y] of [[40, 500], [280, 520]]) {
+    await page.mouse.move(screen.x + x, screen.y + y);
+    await page.mouse.down();
+    await page.waitForTimeout(120);
+    await page.mouse.up();
+    await page.waitForTimeout(300);
+  }
+  await holdVolumeDown();
+  await (await expectAlert('Recording Finished!')).getByRole('button', { name: 'OK' }).click();
+  const recorded = readdirSync(scripts).filter((name) => !known.has(name) && name.endsWith('.lua'));
+  assert.equal(recorded.length, 1, 'one new script: ' + recorded.join(', '));
+
+  await openControlPanel();
+  await overlay().locator(`[data-script="${recorded[0]}"]`).click();
+  await overlay().getByRole('button', { name: 'Play Now' }).click();
+  await expectAlert('Playing Finished!');
+  // The replay put a finger down where the mouse clicked, in the order clicked.
+  const lines = await page.locator('#trace li').allTextContents();
+  const downs = lines.filter((line) => / #1 down /.test(line)).slice(-2).map((line) => line.match(/down (\d+),(\d+)/).slice(1).map(Number));
+  assert.equal(downs.length, 2);
+  assert.ok(Math.abs(downs[0][0] - 40) <= 2 && Math.abs(downs[0][1] - 500) <= 2, 'first tap at ' + downs[0]);
+  assert.ok(Math.abs(downs[1][0] - 280) <= 2 && Math.abs(downs[1][1] - 520) <= 2, 'second tap at ' + downs[1]);
+  await overlay().getByRole('button', { name: 'OK' }).click();
+});
+
+test('asks for the password of an encrypted script, refuses a wrong one and plays with the right one', async () => {
+  await openControlPanel();
+  await overlay().locator('[data-script="secret.e"]').click();
+  let prompt = await expectAlert('Dencrypt Password');
+  await prompt.locator('input[type=password]').fill('wrong');
+  await prompt.getByRole('button', { name: 'Confirm' }).click();
+  await (await expectAlert('Wrong password!')).getByRole('button', { name: 'OK' }).click();
+  await overlay().waitFor({ state: 'hidden' });
+
+  await openControlPanel();
+  await overlay().locator('[data-script="secret.e"]').click();
+  prompt = await expectAlert('Dencrypt Password');
+  await prompt.locator('input[type=password]').fill('open sesame');
+  // Keyboard only from here: Enter confirms, and the next panel takes the focus.
+  await page.keyboard.press('Enter');
+  await overlay().getByText('Loop playing with').waitFor();
+  const focusedText = () => page.evaluate(() => document.activeElement.textContent);
+  for (let presses = 0; presses < 12 && (await focusedText()) !== 'Play Now'; presses++) await page.keyboard.press('Tab');
+  assert.equal(await focusedText(), 'Play Now');
+  await page.keyboard.press('Enter');
+  await expectAlert('Playing Finished!');
+  await page.keyboard.press('Enter');
+  await overlay().waitFor({ state: 'hidden' });
+});
+
+test('shows an error panel, not a blank page, when the simulator stops', async () => {
+  sim.kill('SIGTERM');
+  await page.locator('#fatal').waitFor({ state: 'visible' });
+  assert.match(await page.locator('#fatal').textContent(), /The simulator stopped/);
+  await page.screenshot({ path: path.join(artifacts, 'simulator-stopped.png') });
+});
