@@ -89,7 +89,13 @@ check_dylib() {
   [ "$layout" = rootless ] && grep -qE '^(/usr/lib/lib(activator|rocketbootstrap)|/Library/Frameworks/)' <<<"$libraries" &&
     fail "$dylib mixes rootful library paths into the rootless layout"
   grep -q "cmd LC_CODE_SIGNATURE" <<<"$headers" || fail "$dylib is not signed"
-  "$objdump" --macho --section-headers "$dylib" | grep -q __mod_init_func || fail "$dylib has no load-time constructor"
+  # (Whole outputs are kept: grep -q ending a pipe early would fail the pipe under pipefail.)
+  local sections classes
+  sections=$("$objdump" --macho --section-headers "$dylib")
+  classes=$("$objdump" --macho --objc-meta-data "$dylib")
+  grep -q __mod_init_func <<<"$sections" || fail "$dylib has no load-time constructor"
+  grep -q __objc_nlclslist <<<"$sections" && grep -qE "name 0x[0-9a-f]+ ActionListener$" <<<"$classes" ||
+    fail "$dylib has no Activator listener class loaded at start"
   [ -z "$("$objdump" --macho --exports-trie "$dylib" | grep -v -e "^Exports trie:" -e "Tactora.dylib:$" -e "^$" || true)" ] ||
     fail "$dylib exports symbols"
   grep -qE "^ +platform ios$" <<<"$headers" || fail "$dylib is not built for iOS"

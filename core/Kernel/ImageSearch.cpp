@@ -6,7 +6,6 @@
 #include <cstring>
 #include <fstream>
 #include <iterator>
-#include <unordered_map>
 #include <vector>
 
 #include "Kernel/CaptureScreen.h"
@@ -136,8 +135,8 @@ bool match(const PixelBuffer* screen, std::uint64_t x, std::uint64_t y, const Pi
 
 namespace {
 
-// The template as the fast search wants it: packed 32-bit pixels, and per pixel whether its
-// colour counts (0x00FFFFFF) or is in the ignore list (0).
+// The template as the fast search wants it: packed 32-bit pixels, and with an ignore list, per
+// pixel whether its colour counts (0x00FFFFFF) or is ignored (0).
 struct PreparedTemplate {
     std::vector<std::uint32_t> pixels;
     std::vector<std::uint32_t> care;
@@ -150,12 +149,13 @@ bool prepare(const PixelBuffer* templ, bool ignoring, PreparedTemplate& prepared
     prepared.height = static_cast<std::uint32_t>(templ->height);
     const std::size_t count = static_cast<std::size_t>(templ->width) * templ->height;
     prepared.pixels.resize(count);
-    prepared.care.assign(count, 0x00FFFFFFu);
     for (std::uint64_t y = 0; y < templ->height; ++y)
         std::memcpy(prepared.pixels.data() + y * templ->width, templ->data + y * templ->bytesPerRow, templ->width * 4);
-    if (ignoring)
-        for (std::size_t i = 0; i < count; ++i)
-            if (is_ignore_color(prepared.pixels[i])) prepared.care[i] = 0;
+    // Only the search with an ignore list looks at `care`.
+    if (ignoring) {
+        prepared.care.resize(count);
+        for (std::size_t i = 0; i < count; ++i) prepared.care[i] = is_ignore_color(prepared.pixels[i]) ? 0 : 0x00FFFFFFu;
+    }
     return true;
 }
 
@@ -169,43 +169,77 @@ struct Anchor {
 // both are there. Candidates are the template's least frequent colours; a sample of the screen
 // decides among them.
 std::pair<Anchor, Anchor> chooseAnchors(const PixelBuffer* screen, const PreparedTemplate& templ) {
-    struct Seen {
-        std::uint32_t count = 0;
+    // Template colours and how often each occurs, in a small open-addressing table. Only the
+    // first `limit` distinct colours are counted: a template with more has rare colours among
+    // those already, and one with fewer (a flat patch with a detail) is counted exactly.
+    struct Entry {
+        std::uint32_t color = 0;
+        std::uint32_t count = 0;  // 0: free slot
         std::uint32_t first = 0;
     };
-    std::unordered_map<std::uint32_t, Seen> colors;
+    constexpr std::size_t slots = 256, limit = 64;
+    Entry table[slots];
+    std::size_t distinct = 0;
     const std::size_t n = templ.pixels.size();
     for (std::size_t i = 0; i < n; ++i) {
-        Seen& seen = colors.try_emplace(templ.pixels[i] & 0x00FFFFFFu, Seen{0, static_cast<std::uint32_t>(i)}).first->second;
-        ++seen.count;
+        const std::uint32_t color = templ.pixels[i] & 0x00FFFFFFu;
+        for (std::size_t slot = (color * 2654435761u) >> 24;; slot = (slot + 1) & (slots - 1)) {
+            Entry& entry = table[slot];
+            if (entry.count && entry.color == color) {
+                ++entry.count;
+                break;
+            }
+            if (!entry.count) {
+                if (distinct < limit) {
+                    entry = Entry{color, 1, static_cast<std::uint32_t>(i)};
+                    ++distinct;
+                }
+                break;
+            }
+        }
     }
-    std::vector<std::pair<std::uint32_t, Seen>> candidates(colors.begin(), colors.end());
+    std::vector<Entry> candidates;
+    candidates.reserve(distinct);
+    for (const Entry& entry : table)
+        if (entry.count) candidates.push_back(entry);
+    // Ties go to the colour seen first, so the choice does not depend on the table's order.
     const std::size_t keep = std::min<std::size_t>(candidates.size(), 12);
     std::partial_sort(candidates.begin(), candidates.begin() + static_cast<std::ptrdiff_t>(keep), candidates.end(),
-                      [](const auto& a, const auto& b) {
-                          return a.second.count != b.second.count ? a.second.count < b.second.count
-                                                                  : a.second.first < b.second.first;
-                      });
+                      [](const Entry& a, const Entry& b) { return a.count != b.count ? a.count < b.count : a.first < b.first; });
     candidates.resize(keep);
     // How often each candidate occurs among about 4096 pixels spread over the screen.
     std::vector<std::uint32_t> onScreen(keep, 0);
-    const std::uint64_t total = screen->width * screen->height;
-    const std::uint64_t step = std::max<std::uint64_t>(1, total / 4096) | 1;
-    for (std::uint64_t i = 0; i < total; i += step) {
-        const std::uint32_t color = get_rgb(screen, i % screen->width, i / screen->width);
-        for (std::size_t c = 0; c < keep; ++c) onScreen[c] += candidates[c].first == color;
-    }
+    const std::uint64_t stepY = std::max<std::uint64_t>(1, screen->height / 64);
+    const std::uint64_t stepX = std::max<std::uint64_t>(1, screen->width / 64) | 1;
+    for (std::uint64_t y = stepY / 2; y < screen->height; y += stepY)
+        for (std::uint64_t x = (y / stepY) % stepX; x < screen->width; x += stepX) {
+            const std::uint32_t color = get_rgb(screen, x, y);
+            for (std::size_t c = 0; c < keep; ++c) onScreen[c] += candidates[c].color == color;
+        }
     std::vector<std::size_t> order(keep);
     for (std::size_t c = 0; c < keep; ++c) order[c] = c;
     std::stable_sort(order.begin(), order.end(), [&](std::size_t a, std::size_t b) { return onScreen[a] < onScreen[b]; });
     auto anchorAt = [&](std::uint32_t index) {
         return Anchor{index % templ.width, index / templ.width, templ.pixels[index] & 0x00FFFFFFu};
     };
-    const Anchor first = anchorAt(candidates[order[0]].second.first);
-    // One colour only: the second anchor is the pixel farthest from the first.
-    const Anchor second = keep > 1 ? anchorAt(candidates[order[1]].second.first)
-                                   : anchorAt(static_cast<std::uint32_t>(n - 1 - candidates[order[0]].second.first));
-    return {first, second};
+    const Anchor first = anchorAt(candidates[order[0]].first);
+    // The second anchor: a pixel of the next rarest colour (of the same one, if there is only
+    // one) on the row nearest the first anchor's, so that the two rows scanned together are
+    // close in memory. Not the first anchor's own pixel, unless the template has only that one.
+    const std::uint32_t secondColor = candidates[order[keep > 1 ? 1 : 0]].color;
+    std::uint32_t best = candidates[order[keep > 1 ? 1 : 0]].first;
+    std::uint64_t bestDistance = ~std::uint64_t{0};
+    for (std::size_t i = 0; i < n; ++i) {
+        if ((templ.pixels[i] & 0x00FFFFFFu) != secondColor || i == candidates[order[0]].first) continue;
+        const auto y = static_cast<std::int64_t>(i / templ.width) - first.y;
+        const auto x = static_cast<std::int64_t>(i % templ.width) - first.x;
+        const std::uint64_t distance = static_cast<std::uint64_t>(y * y) * 65536 + static_cast<std::uint64_t>(x * x);
+        if (distance < bestDistance) {
+            bestDistance = distance;
+            best = static_cast<std::uint32_t>(i);
+        }
+    }
+    return {first, anchorAt(best)};
 }
 
 // Collects matches in order and applies the how-many limit after each position.

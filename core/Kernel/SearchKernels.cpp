@@ -119,22 +119,27 @@ inline std::uint32_t sum128(__m128i v) {
 bool sse2WithinBudget(const std::uint8_t* screen, std::size_t stride, const std::uint32_t* templ, std::uint32_t width,
                       std::uint32_t height, std::int64_t budget) {
     const __m128i mask = _mm_set1_epi32(static_cast<int>(colorMask));
-    std::int64_t mismatches = 0;
+    const std::uint32_t vectorWidth = width & ~3u;
+    // Each equal lane subtracts -1, so `equal` counts the equal pixels among the `pending` ones
+    // compared since the last count. Counting costs a horizontal sum, so it waits until those
+    // pixels could take the total over the budget.
+    __m128i equal = _mm_setzero_si128();
+    std::int64_t mismatches = 0, pending = 0;
     for (std::uint32_t ty = 0; ty < height; ++ty, screen += stride, templ += width) {
-        // Each equal lane subtracts -1: the accumulator counts equal pixels.
-        __m128i equal = _mm_setzero_si128();
         std::uint32_t i = 0;
-        for (; i + 8 <= width; i += 8) {
+        for (; i + 8 <= vectorWidth; i += 8) {
             equal = _mm_sub_epi32(equal, sameColor128(screen + 4 * i, templ + i, mask));
             equal = _mm_sub_epi32(equal, sameColor128(screen + 4 * i + 16, templ + i + 4, mask));
         }
-        if (i + 4 <= width) {
-            equal = _mm_sub_epi32(equal, sameColor128(screen + 4 * i, templ + i, mask));
-            i += 4;
+        if (i < vectorWidth) equal = _mm_sub_epi32(equal, sameColor128(screen + 4 * i, templ + i, mask));
+        pending += vectorWidth;
+        for (i = vectorWidth; i < width; ++i) mismatches += differs(screen + 4 * i, templ[i], colorMask);
+        if (mismatches + pending > budget) {
+            mismatches += pending - sum128(equal);
+            equal = _mm_setzero_si128();
+            pending = 0;
+            if (mismatches > budget) return false;
         }
-        mismatches += i - sum128(equal);
-        for (; i < width; ++i) mismatches += differs(screen + 4 * i, templ[i], colorMask);
-        if (mismatches > budget) return false;
     }
     return true;
 }
@@ -202,26 +207,25 @@ TACTORA_AVX2 inline __m256i sameColor256(const std::uint8_t* s, const std::uint3
 TACTORA_AVX2 bool avx2WithinBudget(const std::uint8_t* screen, std::size_t stride, const std::uint32_t* templ,
                                    std::uint32_t width, std::uint32_t height, std::int64_t budget) {
     const __m256i mask = _mm256_set1_epi32(static_cast<int>(colorMask));
-    std::int64_t mismatches = 0;
+    const std::uint32_t vectorWidth = width & ~7u;
+    __m256i equal = _mm256_setzero_si256();
+    std::int64_t mismatches = 0, pending = 0;
     for (std::uint32_t ty = 0; ty < height; ++ty, screen += stride, templ += width) {
-        __m256i equal = _mm256_setzero_si256();
         std::uint32_t i = 0;
-        for (; i + 16 <= width; i += 16) {
+        for (; i + 16 <= vectorWidth; i += 16) {
             equal = _mm256_sub_epi32(equal, sameColor256(screen + 4 * i, templ + i, mask));
             equal = _mm256_sub_epi32(equal, sameColor256(screen + 4 * i + 32, templ + i + 8, mask));
         }
-        if (i + 8 <= width) {
-            equal = _mm256_sub_epi32(equal, sameColor256(screen + 4 * i, templ + i, mask));
-            i += 8;
+        if (i < vectorWidth) equal = _mm256_sub_epi32(equal, sameColor256(screen + 4 * i, templ + i, mask));
+        pending += vectorWidth;
+        for (i = vectorWidth; i < width; ++i) mismatches += differs(screen + 4 * i, templ[i], colorMask);
+        if (mismatches + pending > budget) {
+            const __m128i folded = _mm_add_epi32(_mm256_castsi256_si128(equal), _mm256_extracti128_si256(equal, 1));
+            mismatches += pending - sum128(folded);
+            equal = _mm256_setzero_si256();
+            pending = 0;
+            if (mismatches > budget) return false;
         }
-        __m128i folded = _mm_add_epi32(_mm256_castsi256_si128(equal), _mm256_extracti128_si256(equal, 1));
-        if (i + 4 <= width) {
-            folded = _mm_sub_epi32(folded, sameColor128(screen + 4 * i, templ + i, _mm256_castsi256_si128(mask)));
-            i += 4;
-        }
-        mismatches += i - sum128(folded);
-        for (; i < width; ++i) mismatches += differs(screen + 4 * i, templ[i], colorMask);
-        if (mismatches > budget) return false;
     }
     return true;
 }
@@ -298,21 +302,24 @@ inline std::uint32_t laneBits(uint32x4_t lanes) {
 bool neonWithinBudget(const std::uint8_t* screen, std::size_t stride, const std::uint32_t* templ, std::uint32_t width,
                       std::uint32_t height, std::int64_t budget) {
     const uint32x4_t mask = vdupq_n_u32(colorMask);
-    std::int64_t mismatches = 0;
+    const std::uint32_t vectorWidth = width & ~3u;
+    uint32x4_t equal = vdupq_n_u32(0);
+    std::int64_t mismatches = 0, pending = 0;
     for (std::uint32_t ty = 0; ty < height; ++ty, screen += stride, templ += width) {
-        uint32x4_t equal = vdupq_n_u32(0);
         std::uint32_t i = 0;
-        for (; i + 8 <= width; i += 8) {
+        for (; i + 8 <= vectorWidth; i += 8) {
             equal = vsubq_u32(equal, sameColorNeon(screen + 4 * i, templ + i, mask));
             equal = vsubq_u32(equal, sameColorNeon(screen + 4 * i + 16, templ + i + 4, mask));
         }
-        if (i + 4 <= width) {
-            equal = vsubq_u32(equal, sameColorNeon(screen + 4 * i, templ + i, mask));
-            i += 4;
+        if (i < vectorWidth) equal = vsubq_u32(equal, sameColorNeon(screen + 4 * i, templ + i, mask));
+        pending += vectorWidth;
+        for (i = vectorWidth; i < width; ++i) mismatches += differs(screen + 4 * i, templ[i], colorMask);
+        if (mismatches + pending > budget) {
+            mismatches += pending - vaddvq_u32(equal);
+            equal = vdupq_n_u32(0);
+            pending = 0;
+            if (mismatches > budget) return false;
         }
-        mismatches += i - vaddvq_u32(equal);
-        for (; i < width; ++i) mismatches += differs(screen + 4 * i, templ[i], colorMask);
-        if (mismatches > budget) return false;
     }
     return true;
 }

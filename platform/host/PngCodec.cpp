@@ -13,7 +13,8 @@ PixelBufferPtr PngCodec::decodePng(const std::uint8_t* bytes, std::size_t size) 
     image.version = PNG_IMAGE_VERSION;
     // The simplified interface reports every libpng error through its return value.
     if (!png_image_begin_read_from_memory(&image, bytes, size)) return nullptr;
-    if (image.width < 1 || image.height < 1 || image.width > maximumSide || image.height > maximumSide) {
+    if (image.width < 1 || image.height < 1 || image.width > maximumSide || image.height > maximumSide ||
+        static_cast<std::uint64_t>(image.width) * image.height > maximumPixels) {
         png_image_free(&image);
         return nullptr;
     }

@@ -1,7 +1,9 @@
 #include "ios/IOSPlatform.h"
 
 #include "Platform/Platform.h"
+#include "ios/ActivatorEventRegistry.h"
 #include "ios/CFMessagePorts.h"
+#include "ios/CommonCryptoCrypto.h"
 #include "ios/CoreGraphicsImageCodec.h"
 #include "ios/EventSystemHIDSource.h"
 #include "ios/GCDQueues.h"
@@ -38,6 +40,8 @@ struct Ports {
     CoreGraphicsImageCodec imageCodec;
     RegistryDeviceInfo deviceInfo;
     EventSystemHIDSource hidSource;
+    ActivatorEventRegistry eventRegistry;
+    CommonCryptoCrypto crypto;
     UIKitPresenter presenter;
 };
 
@@ -70,6 +74,8 @@ void installPorts() {
     current.imageCodec = &p.imageCodec;
     current.deviceInfo = &p.deviceInfo;
     current.hidSource = &p.hidSource;
+    current.eventRegistry = &p.eventRegistry;
+    current.crypto = &p.crypto;
     current.presenter = &p.presenter;
 }
 
