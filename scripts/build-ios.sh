@@ -37,7 +37,7 @@ if [ -z "${TACTORA_LUA_SOURCE:-}" ]; then
     mkdir -p "$apt/lists/partial" "$apt/cache/archives/partial" "$out/lua-download"
     echo "deb-src [signed-by=/usr/share/keyrings/debian-archive-keyring.gpg] http://deb.debian.org/debian bookworm main" \
       >"$apt/sources.list"
-    opts=(-o "Dir::Etc::SourceList=$apt/sources.list" -o Dir::Etc::SourceParts=/nonexistent
+    opts=(-o "Dir::Etc::SourceList=$apt/sources.list" -o Dir::Etc::SourceParts=/nonexistent -o APT::Sandbox::User=root
           -o "Dir::State::Lists=$apt/lists" -o "Dir::Cache=$apt/cache")
     apt-get "${opts[@]}" update -qq
     (cd "$out/lua-download" && apt-get "${opts[@]}" source --download-only lua5.2 >/dev/null)

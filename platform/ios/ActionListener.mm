@@ -1,5 +1,7 @@
 #include "ios/ActionListener.h"
 
+#include <objc/runtime.h>
+
 #include <memory>
 
 #include "Control/ActionListener.h"
@@ -11,10 +13,11 @@
 }
 
 // Runs when the dylib is loaded, before its constructors: the ports are installed here first. The
-// core registers the listener "tactora.TactoraTweak" and prepares its storage only inside
-// SpringBoard.
+// core registers the listener "tactora.TactoraTweak" and prepares its storage only where Activator
+// says it runs inside SpringBoard. backboardd never asks Activator at all: it starts before
+// SpringBoard, and nothing there may wait for SpringBoard.
 + (void)load {
-    if (self != [ActionListener class]) return;
+    if (self != [ActionListener class] || !objc_getClass("SpringBoard")) return;
     @autoreleasepool {
         tactora::ios::installPorts();
         static std::shared_ptr<tactora::ActionListener> listener = tactora::ActionListener::load();
