@@ -1,11 +1,12 @@
 #!/usr/bin/env bash
-# The main job: installs what is missing, builds the tool and shows it at work on a fresh root.
+# The main job: installs what is missing, builds everything, shows the tool at work on a fresh root,
+# and ends with the demo run to its end (scripts/demo.sh), which prints the command to watch it live.
 set -euo pipefail
 here=$(cd "$(dirname "$0")/.." && pwd)
 cd "$here"
 bash scripts/setup.sh
 bash scripts/build.sh release
-root="$here/build/demo-root"
+root="$here/build/tour-root"
 rm -rf "$root"
 tactora() { ./build/release/tactora --root "$root" "$@"; }
 
@@ -22,3 +23,5 @@ tactora settings --set show-play-finished-alert=off
 
 echo "== the scripts, marked as the control panel marks them"
 tactora scripts
+
+bash scripts/demo.sh
