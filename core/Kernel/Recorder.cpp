@@ -38,10 +38,13 @@ void closeFileHandle() {
     }
 }
 
+// The whole text, however long: a coordinate far off the screen still makes a complete line.
 std::string format(const char* pattern, auto... values) {
-    char buffer[128];
-    int length = std::snprintf(buffer, sizeof buffer, pattern, values...);
-    return std::string(buffer, length < 0 ? 0 : std::min<size_t>(length, sizeof buffer - 1));
+    int length = std::snprintf(nullptr, 0, pattern, values...);
+    if (length <= 0) return {};
+    std::string text(static_cast<std::size_t>(length), '\0');
+    std::snprintf(text.data(), text.size() + 1, pattern, values...);
+    return text;
 }
 
 std::string dateString() {
