@@ -6,6 +6,8 @@
 #include <cstring>
 #include <ctime>
 
+#include <unistd.h>
+
 #include "Kernel/ScreenFunctions.h"
 #include "Managers/FileManager.h"
 #include "Models/Global.h"
@@ -124,7 +126,11 @@ void startRecording() {
     // A second start without a stop replaces the old handle.
     closeFileHandle();
     recording.fileHandle = std::fopen(recording.filePath->c_str(), "r+b");
-    if (recording.fileHandle) std::fseek(recording.fileHandle, 0, SEEK_END);
+    if (recording.fileHandle) {
+        // Unbuffered: each event's text reaches the file in one write, or is taken back whole.
+        std::setvbuf(recording.fileHandle, nullptr, _IONBF, 0);
+        std::fseek(recording.fileHandle, 0, SEEK_END);
+    }
 
     Global& global = Global::sharedInstance();
     if (!global.ioHIDEventSystem()) {
@@ -156,10 +162,15 @@ void handle_events(const HIDEvent& event) {
     std::string prefix;
     if (recording.lastEventTime > 0)
         prefix = format("usleep(%.2f);\n", (t - recording.lastEventTime) / recorderTicksPerMicrosecond);
-    if (recording.fileHandle) {
+    if (std::FILE* file = recording.fileHandle) {
         std::string out = prefix + text;
-        std::fwrite(out.data(), 1, out.size(), recording.fileHandle);
-        std::fflush(recording.fileHandle);
+        const long end = std::ftell(file);
+        if (std::fwrite(out.data(), 1, out.size(), file) != out.size() && end >= 0) {
+            // A full disk: cut the part that made it back off, so the script ends on its last
+            // whole line and still loads; later events are written once there is room again.
+            std::clearerr(file);
+            if (::ftruncate(::fileno(file), end) == 0) std::fseek(file, end, SEEK_SET);
+        }
     }
     recording.lastEventTime = t;
 }

@@ -61,8 +61,9 @@ void logging(const char* text) {
     std::string path = platform().paths->map(devicepaths::logFile);
     struct stat info {};
     if (::stat(path.c_str(), &info) == 0) {
-        // An existing log is appended to; if it cannot be opened the line is lost.
-        int fd = ::open(path.c_str(), O_WRONLY | O_CLOEXEC);
+        // An existing log is appended to; if it cannot be opened the line is lost. Without
+        // O_NONBLOCK a pipe put in the log's place would hold the script until someone reads it.
+        int fd = ::open(path.c_str(), O_WRONLY | O_CLOEXEC | O_NONBLOCK);
         if (fd < 0) return;
         if (::lseek(fd, 0, SEEK_END) >= 0) writeAll(fd, line);
         ::close(fd);

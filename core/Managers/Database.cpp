@@ -10,9 +10,6 @@ namespace tactora {
 
 namespace {
 
-// How long a statement waits for another process's lock on the file before it fails.
-constexpr int busyTimeoutMilliseconds = 5000;
-
 std::mutex observerMutex;
 std::function<void(const std::string&)>& statementObserver() {
     static std::function<void(const std::string&)> observer;

@@ -50,6 +50,11 @@ private:
 
 class Database {
 public:
+    // How long a statement waits for another process's lock on the file before it fails. Every
+    // statement runs on SpringBoard's main thread, so a lock held elsewhere may freeze the screen
+    // no longer than this per statement.
+    static constexpr int busyTimeoutMilliseconds = 1000;
+
     // Makes a database object for `path` without opening it.
     explicit Database(std::string path);
     // Closes the connection if still open.
