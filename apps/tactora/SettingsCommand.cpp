@@ -68,7 +68,7 @@ bool applySet(const std::string& assignment) {
 }
 
 bool storePlaySettings(const SettingsRequest& request) {
-    if (request.script.find('/') != std::string::npos) {
+    if (!FileManager::isScriptTitle(request.script)) {
         std::fprintf(stderr, "tactora: --script takes a script's file name, not a path: \"%s\"\n",
                      request.script.c_str());
         return false;

@@ -87,7 +87,8 @@ void ActionListener::activatorReceiveEvent(LAEvent& event) {
             auto current = global_.currentPlaySettings();
             if (trigger->scriptTitle() && current && current->scriptTitle() != trigger->scriptTitle()) return;
             if (idle) {
-                if (!trigger->scriptTitle()) return;
+                // A title from the store is a file name in the scripts directory, nothing else.
+                if (!trigger->scriptTitle() || !FileManager::isScriptTitle(*trigger->scriptTitle())) return;
                 forwardToPlay((std::filesystem::path(platform().paths->map(devicepaths::scriptsDirectory)) /
                                *trigger->scriptTitle())
                                   .string());

@@ -49,6 +49,37 @@ const char* errorText(lua_State* L) {
     return lua_pushfstring(L, "(error object is a %s value)", luaL_typename(L, -1));
 }
 
+// Scripts get no shell, on the device or on the host. os.execute answers as Lua does where
+// system() has no shell: false for "is there one?", and nil, a reason and -1 for any command.
+int executeWithoutShell(lua_State* L) {
+    if (lua_isnoneornil(L, 1)) {
+        lua_pushboolean(L, 0);
+        return 1;
+    }
+    luaL_checkstring(L, 1);
+    lua_pushnil(L);
+    lua_pushliteral(L, "no shell");
+    lua_pushinteger(L, -1);
+    return 3;
+}
+
+// io.popen as in a Lua built without it.
+int popenWithoutShell(lua_State* L) { return luaL_error(L, "'popen' not supported"); }
+
+void withoutShell(lua_State* L) {
+    lua_getglobal(L, "os");
+    if (lua_istable(L, -1)) {
+        lua_pushcfunction(L, executeWithoutShell);
+        lua_setfield(L, -2, "execute");
+    }
+    lua_getglobal(L, "io");
+    if (lua_istable(L, -1)) {
+        lua_pushcfunction(L, popenWithoutShell);
+        lua_setfield(L, -2, "popen");
+    }
+    lua_pop(L, 2);
+}
+
 }  // namespace
 
 LuaBridge::LuaBridge() : L(nullptr) {}
@@ -102,6 +133,7 @@ void LuaBridge::initEnv() {
         return;
     }
     luaL_openlibs(L);
+    withoutShell(L);
     registerFunctions(L);
     // A failure here is not worth a message; its error value simply stays on the stack.
     if (luaL_loadstring(L, packagePathChunk) == LUA_OK) lua_pcallk(L, 0, LUA_MULTRET, 0, 0, nullptr);

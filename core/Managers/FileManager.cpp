@@ -51,6 +51,11 @@ std::string FileManager::scriptsDirectoryPath() { return platform().paths->map(d
 
 std::string FileManager::libraryDirectoryPath() { return platform().paths->map(devicepaths::libraryDirectory); }
 
+bool FileManager::isScriptTitle(const std::string& title) {
+    return !title.empty() && title != "." && title != ".." && title.find('/') == std::string::npos &&
+           title.find('\0') == std::string::npos;
+}
+
 std::string FileManager::scriptPath(const std::string& title) { return scriptsDirectoryPath() + "/" + title; }
 
 bool FileManager::prepareDirectories() {

@@ -18,6 +18,10 @@ public:
     // The scripts directory and the library directory on this machine.
     static std::string scriptsDirectoryPath();
     static std::string libraryDirectoryPath();
+    // True for a plain file name, the only kind of title that names a script: not empty, not "."
+    // or "..", without a slash or a zero byte. Anything else would reach outside the scripts
+    // directory.
+    static bool isScriptTitle(const std::string& title);
     // The scripts directory joined with a script's title.
     static std::string scriptPath(const std::string& title);
 };

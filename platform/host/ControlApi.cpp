@@ -231,6 +231,16 @@ ApiReply ControlApi::handle(const std::string& method, const std::string& path, 
     return error(404, "unknown path " + path);
 }
 
+bool ControlApi::fromLocalClient(const std::string& hostHeader, const std::string& origin, const std::string& fetchSite,
+                                 int port) {
+    const std::string suffix = ":" + std::to_string(port);
+    if (hostHeader.size() <= suffix.size() || !hostHeader.ends_with(suffix)) return false;
+    const std::string name = hostHeader.substr(0, hostHeader.size() - suffix.size());
+    if (name != "127.0.0.1" && name != "localhost" && name != "[::1]") return false;
+    if (!origin.empty() && origin != "http://" + hostHeader) return false;
+    return fetchSite.empty() || fetchSite == "same-origin" || fetchSite == "none";
+}
+
 ApiReply ControlApi::handleOnMainLoop(const std::string& method, const std::string& path, const std::string& body) {
     json parsed = json::object();
     if (!body.empty()) {
@@ -255,7 +265,10 @@ bool ControlApi::start(const std::string& host, int port) {
     stop();
     server_ = std::make_unique<httplib::Server>();
     auto serve = [this](const httplib::Request& request, httplib::Response& response) {
-        ApiReply reply = handleOnMainLoop(request.method, request.path, request.body);
+        ApiReply reply = fromLocalClient(request.get_header_value("Host"), request.get_header_value("Origin"),
+                                         request.get_header_value("Sec-Fetch-Site"), port_)
+                             ? handleOnMainLoop(request.method, request.path, request.body)
+                             : error(403, "requests must come from this machine's own programs");
         response.status = reply.status;
         response.set_content(reply.body.dump(2) + "\n", "application/json; charset=utf-8");
     };

@@ -34,6 +34,13 @@ public:
     int port() const { return port_; }
     void stop();
 
+    // True for a request that a local program or a page served by this API itself could have
+    // sent: its Host names a loopback address with this port (no other name that happens to
+    // resolve here), and a browser's Origin, if any, is that same host. A page of another site
+    // open in a browser on this machine is refused, whatever it sends.
+    static bool fromLocalClient(const std::string& hostHeader, const std::string& origin, const std::string& fetchSite,
+                                int port);
+
     // Carries out one request (main loop only). `path` starts with /api/.
     ApiReply handle(const std::string& method, const std::string& path, const nlohmann::json& body);
     // The whole visible state (main loop only).
