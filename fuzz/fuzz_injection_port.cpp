@@ -149,7 +149,7 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
             continue;
         }
         // Ids 0..4 mostly, with a few far outside.
-        std::int32_t id = selector < 0xE0 ? selector % 5 : static_cast<std::int32_t>(selector) * -0x1000000;
+        std::int32_t id = selector < 0xE0 ? selector % 5 : static_cast<std::int32_t>(std::uint32_t(selector) << 24);
         std::size_t handsBefore = hid.hands.size(), keysBefore = hid.keys.size();
         injector.messageCallBack(id, payload);
         if (id == SimulateMessageTouch && payload.size() == 24) {

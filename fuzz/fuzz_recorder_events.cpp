@@ -1,4 +1,4 @@
-// Feeds arbitrary HID events (keyboard and digitizer, any fields, coordinates up to 1e30 either way)
+// Feeds arbitrary HID events (keyboard and digitizer, any fields, coordinates up to 1e300 either way)
 // to a recording and reads the script it wrote: after the two header lines, every line must be
 // one the recorder writes (a touch line, a home-button line, a pause or the blank line before a
 // touchDown), the file must end on a complete line, and it must hold exactly the text the events
@@ -86,8 +86,8 @@ HIDEvent makeEvent(FuzzedDataProvider& input) {
             child.touch = input.ConsumeIntegralInRange<std::uint32_t>(0, 2);
             child.eventMask = input.ConsumeIntegral<std::uint8_t>();
             bool wild = input.ConsumeBool();
-            child.x = wild ? input.ConsumeFloatingPointInRange<double>(-1e30, 1e30) : input.ConsumeProbability<double>();
-            child.y = wild ? input.ConsumeFloatingPointInRange<double>(-1e30, 1e30) : input.ConsumeProbability<double>();
+            child.x = wild ? input.ConsumeFloatingPointInRange<double>(-1e300, 1e300) : input.ConsumeProbability<double>();
+            child.y = wild ? input.ConsumeFloatingPointInRange<double>(-1e300, 1e300) : input.ConsumeProbability<double>();
             event.children.push_back(child);
         }
     }
@@ -112,15 +112,18 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
     auto path = recordingFilePath();
     if (!path) std::abort();
     std::string expected;
-    bool wroteAny = false;
+    // The recorder takes a last time of 0 as "nothing written yet": an event stamped 0 is followed
+    // by no pause. (Stamps of 0 are common here: the provider gives 0 once its bytes run out.)
+    double lastTime = 0;
     while (input.remaining_bytes() > 0) {
         HIDEvent event = makeEvent(input);
         std::string lines = recordedLines(event, display.size.width, display.size.height);
         handle_events(event);
         if (lines.empty()) continue;
-        if (wroteAny) expected += "usleep(";  // the pause's value is checked by its form only
+        if (lastTime > 0) expected += "usleep(";  // the pause's value is checked by its form only
         expected += lines;
-        wroteAny = true;
+        lastTime = convert_UnsignedWide_to_double({static_cast<std::uint32_t>(event.timestamp),
+                                                   static_cast<std::uint32_t>(event.timestamp >> 32)});
     }
     stopRecording();
 

@@ -136,20 +136,25 @@ void SimServer::getBlob(const std::string& name, BlobRoute route) {
 }
 
 void SimServer::post(const std::string& name, PostRoute route) {
-    server_->Post("/api/" + name, [route = std::move(route)](const httplib::Request& request, httplib::Response& response) {
-        json body = request.body.empty() ? json::object() : json::parse(request.body, nullptr, false);
-        if (body.is_discarded() || !body.is_object()) {
-            sendJson(response, 400, {{"error", "the body must be a JSON object"}});
-            return;
-        }
-        try {
-            sendJson(response, 200, route(body));
-        } catch (const ApiError& error) {
-            sendJson(response, error.status, {{"error", error.message}});
-        } catch (const json::exception& error) {
-            sendJson(response, 400, {{"error", std::string("bad request: ") + error.what()}});
-        }
+    posts_[name] = std::move(route);
+    server_->Post("/api/" + name, [this, name](const httplib::Request& request, httplib::Response& response) {
+        auto [status, answer] = answerPost(name, request.body);
+        sendJson(response, status, answer);
     });
+}
+
+std::pair<int, json> SimServer::answerPost(const std::string& name, const std::string& body) const {
+    auto route = posts_.find(name);
+    if (route == posts_.end()) return {404, {{"error", "no such request"}}};
+    json parsed = body.empty() ? json::object() : json::parse(body, nullptr, false);
+    if (parsed.is_discarded() || !parsed.is_object()) return {400, {{"error", "the body must be a JSON object"}}};
+    try {
+        return {200, route->second(parsed)};
+    } catch (const ApiError& error) {
+        return {error.status, {{"error", error.message}}};
+    } catch (const json::exception& error) {
+        return {400, {{"error", std::string("bad request: ") + error.what()}}};
+    }
 }
 
 bool SimServer::start(std::string& error) {

@@ -6,6 +6,7 @@
 
 #include <atomic>
 #include <functional>
+#include <map>
 #include <memory>
 #include <mutex>
 #include <nlohmann/json.hpp>
@@ -53,6 +54,9 @@ public:
     void get(const std::string& name, GetRoute route);
     void getBlob(const std::string& name, BlobRoute route);
     void post(const std::string& name, PostRoute route);
+    // Carries one POST to /api/`name` with `body` as the page sent it, without the network (the
+    // origin check is the caller's business): the HTTP status and the JSON answer.
+    std::pair<int, nlohmann::json> answerPost(const std::string& name, const std::string& body) const;
 
     // Binds and serves on a thread of its own; false (with `error`) when the address is taken.
     bool start(std::string& error);
@@ -78,6 +82,7 @@ private:
 
     Options options_;
     std::unique_ptr<httplib::Server> server_;
+    std::map<std::string, PostRoute> posts_;
     std::thread thread_;
     int port_ = 0;
     std::atomic<bool> stopping_{false};

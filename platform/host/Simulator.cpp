@@ -232,10 +232,18 @@ json Simulator::touch(const json& body) {
         throw ApiError{400, "\"touches\" must list one to five fingers"};
     json fingers = json::array(), input = json::array();
     for (const auto& t : *touches) {
-        if (!t.is_object() || !t["finger"].is_number_integer() || !t["x"].is_number() || !t["y"].is_number())
+        // find, not [], on a const object: a missing key must be an answer, not a read past the map.
+        auto field = [&t](const char* key) { return t.is_object() ? t.find(key) : t.end(); };
+        auto fingerField = field("finger"), xField = field("x"), yField = field("y");
+        if (!t.is_object() || fingerField == t.end() || xField == t.end() || yField == t.end() ||
+            !fingerField->is_number_integer() || !xField->is_number() || !yField->is_number())
             throw ApiError{400, "each touch needs \"finger\", \"x\" and \"y\""};
-        const int finger = t["finger"];
-        const double x = t["x"], y = t["y"];
+        if (!fingerField->is_number_unsigned() && fingerField->get<std::int64_t>() < 1)
+            throw ApiError{400, "\"finger\" must be 1 to 20"};
+        if (fingerField->is_number_unsigned() && fingerField->get<std::uint64_t>() > 20)
+            throw ApiError{400, "\"finger\" must be 1 to 20"};
+        const int finger = static_cast<int>(fingerField->get<std::int64_t>());
+        const double x = *xField, y = *yField;
         if (finger < 1 || finger > 20) throw ApiError{400, "\"finger\" must be 1 to 20"};
         fingers.push_back({{"index", finger}, {"x", x}, {"y", y}, {"touch", phase != "up"}});
         input.push_back({{"finger", finger}, {"phase", phase}, {"x", x}, {"y", y}});
