@@ -18,14 +18,28 @@ constexpr int bytesPerPixel = 4;
 
 CFNumberRef number(int value) { return CFNumberCreate(kCFAllocatorDefault, kCFNumberIntType, &value); }
 
+// The render server draws into a global surface of the screen's pixel size. The properties go in
+// this order: global, bytes per element, bytes per row, width, height, pixel format, size.
 IOSurfaceRef createSurface(std::int32_t width, std::int32_t height) {
-    const void* keys[] = {kIOSurfaceWidth, kIOSurfaceHeight, kIOSurfaceBytesPerElement, kIOSurfacePixelFormat};
-    CFNumberRef values[] = {number(width), number(height), number(bytesPerPixel),
-                            number(static_cast<int>(pixelFormatBGRA))};
-    CFDictionaryRef properties =
-        CFDictionaryCreate(kCFAllocatorDefault, keys, reinterpret_cast<const void**>(values), 4,
-                           &kCFTypeDictionaryKeyCallBacks, &kCFTypeDictionaryValueCallBacks);
-    for (CFNumberRef value : values) CFRelease(value);
+    const int bytesPerRow = width * bytesPerPixel;
+    // Deprecated since iOS 11 but still honoured: the render server of iOS 13 and 14 looks the
+    // surface up by its id.
+#pragma clang diagnostic push
+#pragma clang diagnostic ignored "-Wdeprecated-declarations"
+    const void* keys[] = {kIOSurfaceIsGlobal,    kIOSurfaceBytesPerElement, kIOSurfaceBytesPerRow, kIOSurfaceWidth,
+                          kIOSurfaceHeight,      kIOSurfacePixelFormat,     kIOSurfaceAllocSize};
+#pragma clang diagnostic pop
+    const void* values[] = {kCFBooleanTrue,
+                            number(bytesPerPixel),
+                            number(bytesPerRow),
+                            number(width),
+                            number(height),
+                            number(static_cast<int>(pixelFormatBGRA)),
+                            number(bytesPerRow * height)};
+    constexpr CFIndex count = sizeof keys / sizeof keys[0];
+    CFDictionaryRef properties = CFDictionaryCreate(kCFAllocatorDefault, keys, values, count,
+                                                    &kCFTypeDictionaryKeyCallBacks, &kCFTypeDictionaryValueCallBacks);
+    for (CFIndex i = 1; i < count; ++i) CFRelease(values[i]);  // the dictionary holds them now
     IOSurfaceRef surface = IOSurfaceCreate(properties);
     CFRelease(properties);
     return surface;
