@@ -44,9 +44,10 @@ HIDEvent plainEvent(IOHIDEventRef event) {
     return plain;
 }
 
-// The event callback of the client: every HID event of the system comes here on the main run
-// loop. Only the target (the client, which names the recorder's callback) and the event are used.
-void handle_events(void* target, void* refcon, void* service, IOHIDEventRef event) {
+// The client's event callback: every HID event of the system comes here on the main run loop and
+// goes on, as plain values, to the callback the recorder registered (its handle_events). Only the
+// target (the client, which names that callback) and the event are used.
+void nativeEventCallback(void* target, void* refcon, void* service, IOHIDEventRef event) {
     (void)refcon, (void)service;
     if (!event) return;
     auto found = callbacks().find(target);
@@ -61,7 +62,7 @@ void* EventSystemHIDSource::startDelivering(HIDEventCallback callback) {
     if (!client) return nullptr;
     callbacks()[client] = std::make_unique<HIDEventCallback>(std::move(callback));
     IOHIDEventSystemClientScheduleWithRunLoop(client, CFRunLoopGetMain(), kCFRunLoopDefaultMode);
-    IOHIDEventSystemClientRegisterEventCallback(client, &handle_events, client, nullptr);
+    IOHIDEventSystemClientRegisterEventCallback(client, &nativeEventCallback, client, nullptr);
     return client;
 }
 
