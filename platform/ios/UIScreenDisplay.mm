@@ -4,6 +4,7 @@
 #include <dispatch/dispatch.h>
 
 #include <algorithm>
+#include <atomic>
 #include <cstring>
 
 #include "ios/PrivateAPI.h"
@@ -57,7 +58,14 @@ auto onMain(Read read) {
     return result;
 }
 
+// 0 until SpringBoard announces an orientation. Written on the main thread, read on any.
+std::atomic<int> announcedOrientation{0};
+
 }  // namespace
+
+void noteInterfaceOrientation(int orientation) {
+    if (orientation >= 1 && orientation <= 4) announcedOrientation.store(orientation, std::memory_order_relaxed);
+}
 
 Display::Size UIScreenDisplay::bounds() const {
     CGRect bounds = [UIScreen mainScreen].bounds;
@@ -67,6 +75,9 @@ Display::Size UIScreenDisplay::bounds() const {
 double UIScreenDisplay::scale() const { return [UIScreen mainScreen].scale; }
 
 int UIScreenDisplay::interfaceOrientation() const {
+    // On iOS 13 and later SpringBoard's own scene stays upright under a turned app; the
+    // announcement says how the user sees the screen.
+    if (int announced = announcedOrientation.load(std::memory_order_relaxed)) return announced;
     return onMain([]() -> int {
         if (@available(iOS 13.0, *)) {
             for (UIScene* scene in [UIApplication sharedApplication].connectedScenes) {
