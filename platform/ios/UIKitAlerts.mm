@@ -102,7 +102,13 @@ void present(std::shared_ptr<AlertRequest> shared) {
         [alert addTextFieldWithConfigurationHandler:^(UITextField* field) {
           field.secureTextEntry = YES;
           field.keyboardType = UIKeyboardTypeDefault;  // a password may hold any character
+          // Typed exactly as the author chose it: no capital first letter, no corrections.
+          field.autocapitalizationType = UITextAutocapitalizationTypeNone;
+          field.autocorrectionType = UITextAutocorrectionTypeNo;
+          field.spellCheckingType = UITextSpellCheckingTypeNo;
         }];
+        // The keyboard's return key presses the first button after Cancel (Confirm).
+        if (!shared->otherButtons.empty()) alert.preferredAction = alert.actions[shared->cancelButton.empty() ? 0 : 1];
     }
     [openWindows() addObject:window];
     [window makeKeyAndVisible];
