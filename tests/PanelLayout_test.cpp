@@ -123,7 +123,8 @@ TEST(PanelLayout, ConstraintsParseAndNameOnlyViewsOfTheirPanel) {
             auto chain = parse(format);
             ASSERT_TRUE(chain) << format;
             for (const Step& step : chain->steps) {
-                if (step.isView) EXPECT_TRUE(names.count(step.name)) << step.name << " in " << format;
+                if (!step.isView) continue;
+                EXPECT_TRUE(names.count(step.name)) << step.name << " in " << format;
             }
         }
     }
@@ -164,8 +165,11 @@ TEST(PanelLayout, ChainsFromEdgeToEdgeFitTheContent) {
                 else flexible = true;
             }
             const double extent = chain->axis == 'H' ? layout.width : layout.height;
-            if (flexible) EXPECT_LT(fixed, extent) << format;
-            else EXPECT_DOUBLE_EQ(fixed, extent) << format;
+            if (flexible) {
+                EXPECT_LT(fixed, extent) << format;
+            } else {
+                EXPECT_DOUBLE_EQ(fixed, extent) << format;
+            }
             ++checked;
         }
     }
