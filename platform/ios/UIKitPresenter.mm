@@ -7,6 +7,7 @@
 #include <string>
 
 #include "Control/Helper.h"
+#include "Platform/DiagnosticLog.h"
 #include "Platform/Display.h"
 #include "Platform/Platform.h"
 #include "Views/ControlPanelView.h"
@@ -64,9 +65,18 @@ UIColor* primaryColor() { return [UIColor colorWithRed:0.26 green:0.55 blue:0.79
 UIColor* infoColor() { return [UIColor colorWithRed:0.36 green:0.75 blue:0.87 alpha:1]; }
 
 // Adds the named views to `content` and lays them out by the model's visual-format constraints.
+// The layout engine throws on a name it does not know, which would take SpringBoard down: the
+// views here and the model's names must agree exactly, or the views stay unplaced and a diagnostic
+// says why.
 template <size_t names, size_t formats>
 void layOut(UIView* content, NSDictionary<NSString*, UIView*>* views, const std::array<std::string_view, names>& viewNames,
             const std::array<std::string_view, formats>& constraints) {
+    bool agree = views.count == names;
+    for (std::string_view name : viewNames) agree = agree && views[string(name)] != nil;
+    if (!agree) {
+        TACTORA_DIAGNOSTIC("layOut", "the panel's views do not match its layout's names; left unplaced");
+        return;
+    }
     for (std::string_view name : viewNames) {
         UIView* view = views[string(name)];
         view.translatesAutoresizingMaskIntoConstraints = NO;
