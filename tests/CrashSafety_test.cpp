@@ -19,7 +19,7 @@
 #include "host/HostPaths.h"
 
 using namespace tactora;
-using tactora::testing::TemporaryDirectory;
+using tactora::testing::ScratchDirectory;
 
 namespace {
 
@@ -75,7 +75,7 @@ TEST(CrashSafetyWriter, WritesUntilKilled) {
 }
 
 TEST(CrashSafety, DefaultsAndDatabaseSurviveAWriterKilledAtRandomMoments) {
-    TemporaryDirectory dir;
+    ScratchDirectory dir;
     const std::string root = dir.path().string();
     tactora::testing::FakeDevice device;  // installs the fakes we replace below
     host::HostPaths paths(root);

@@ -120,7 +120,7 @@ TEST(LuaBridge, ScriptErrorsAreLoggedAndShownAsTheOptionsSay) {
     };
     const std::string expected = "[string \"error('boom')\"]:1: boom";
     for (Case options : {Case{true, true}, Case{true, false}, Case{false, true}, Case{false, false}}) {
-        SCOPED_TRACE(testing::Message() << "log " << options.logErrors << " alert " << options.alertErrors);
+        SCOPED_TRACE(::testing::Message() << "log " << options.logErrors << " alert " << options.alertErrors);
         RuntimeDevice device;
         writeFile(extensionsPath(device), "");
         device.options(options.logErrors, options.alertErrors);

@@ -65,13 +65,6 @@ private:
     pid_t pid_ = -1;
 };
 
-std::string readFile(const std::filesystem::path& path) {
-    std::ifstream in(path, std::ios::binary);
-    std::stringstream text;
-    text << in.rdbuf();
-    return text.str();
-}
-
 // One moment of the input: the fingers (finger, phase, x, y) at time t (microseconds).
 struct Step {
     double t;
@@ -81,7 +74,7 @@ struct Step {
 }  // namespace
 
 TEST(RecordPlayback, PlayingARecordingRepeatsThePositionsAndPausesOfTheInput) {
-    TemporaryDirectory root;
+    ScratchDirectory root;
     const std::string cli = TACTORA_CLI;
     const std::string rootPath = root.path().string();
     const auto scripts = root.path() / "var/mobile/Library/Tactora/Scripts";
