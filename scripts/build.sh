@@ -8,6 +8,8 @@ set -euo pipefail
 flavour=${1:-release}
 here=$(cd "$(dirname "$0")/.." && pwd)
 dir="$here/build/$flavour"
+# Let ccache share objects between checkouts and build directories of the same sources.
+export CCACHE_BASEDIR="$here" CCACHE_NOHASHDIR=1
 args=(-G Ninja -S "$here" -B "$dir" -DCMAKE_BUILD_TYPE=RelWithDebInfo)
 case "$flavour" in
   release) ;;

@@ -17,6 +17,7 @@
 #include "host/HostEventRegistry.h"
 #include "host/HostHIDSource.h"
 #include "host/HostPresenter.h"
+#include "host/OpenSSLCrypto.h"
 #include "host/MainLoop.h"
 
 namespace tactora::testing {
@@ -67,6 +68,7 @@ public:
         p.clock = &clock;
         p.hidSource = &hidSource;
         p.display = &display;
+        p.crypto = &crypto;
     }
     ~ControlDevice() {
         loop.drain();
@@ -100,6 +102,7 @@ public:
     CountingFeedback feedback;
     FixedClock clock;
     FixedDisplay display;
+    host::OpenSSLCrypto crypto;
 };
 
 }  // namespace tactora::testing

@@ -1,0 +1,218 @@
+#include <gtest/gtest.h>
+
+#include <algorithm>
+
+#include "ControlFakes.h"
+#include "Control/ActionListener.h"
+#include "Control/ActivatorManager.h"
+#include "Control/ScriptManager.h"
+#include "Managers/DataManager.h"
+#include "Managers/Encrypt.h"
+
+using namespace tactora;
+using namespace tactora::testing;
+
+namespace {
+
+const std::string panelEvent = LAEventNameVolumeDownHoldShort;
+const std::string startStopEvent = LAEventNameVolumeDownPress;
+const std::string shakeEvent = "libactivator.motion.shake";
+const std::string pinchEvent = "libactivator.springboard.pinch";
+
+// A script that plays until it is stopped.
+const char* endlessScript = "while true do usleep(20000) end\n";
+
+class ActionListenerTest : public ::testing::Test {
+protected:
+    void SetUp() override {
+        listener = ActionListener::load();
+        ASSERT_TRUE(listener);
+    }
+    void TearDown() override {
+        // Let a run that is still going end before the device goes.
+        if (Global::sharedInstance().isPlaying()) ScriptManager::stopPlaying();
+        device.runUntil([] { return !Global::sharedInstance().isPlaying() && !Global::sharedInstance().luaBridge(); });
+    }
+
+    bool send(const std::string& event) { return device.registry.sendEvent(event); }
+    Global& global() { return Global::sharedInstance(); }
+    bool hasAlert(const std::string& message) {
+        auto messages = device.alertMessages();
+        return std::find(messages.begin(), messages.end(), message) != messages.end();
+    }
+    // Closes every open alert with its cancel button.
+    void closeAlerts() {
+        while (device.hostAlerts.pressButtonOfTopAlert(0)) {
+        }
+    }
+    void bindScript(const std::string& event, const std::string& title) {
+        ActivatorManager::assignActivatorTrigger(ActivatorTrigger(event, forWhatPlayScript, title),
+                                                 {LAEventModeSpringBoard});
+    }
+    // Picks `title` from the control panel and answers the play settings panel with `button`.
+    void chooseFromControlPanel(const std::string& title, int button) {
+        ASSERT_TRUE(send(panelEvent));
+        auto panel = listener->controlPanel();
+        ASSERT_TRUE(panel);
+        auto files = panel->files();
+        auto row = std::find(files.begin(), files.end(), title);
+        ASSERT_NE(row, files.end());
+        panel->didSelectRow(row - files.begin());
+        auto settings = listener->playSettingsView();
+        ASSERT_TRUE(settings);
+        settings->buttonClicked(button);
+    }
+    bool waitUntilPlaying(bool playing) {
+        return device.runUntil([&] { return global().isPlaying() == playing; });
+    }
+
+    ControlDevice device;
+    std::shared_ptr<ActionListener> listener;
+};
+
+}  // namespace
+
+TEST_F(ActionListenerTest, StartsUpOnlyInsideSpringBoardWithTheDefaultTriggers) {
+    EXPECT_TRUE(std::filesystem::is_directory(device.scriptsDirectory()));
+    EXPECT_EQ(ActivatorManager::getActivatorTriggerForControlPanel()->eventName(), panelEvent);
+    EXPECT_EQ(ActivatorManager::getActivatorTriggerForStartStopPlaying()->eventName(), startStopEvent);
+    host::HostEventRegistry elsewhere((device.root.path() / "other.json").string(), false);
+    platform().eventRegistry = &elsewhere;
+    EXPECT_FALSE(ActionListener::load());
+}
+
+TEST_F(ActionListenerTest, RecordingStartsFromThePanelAndTheControlEventEndsIt) {
+    // Idle: start/stop does nothing and is left to the system.
+    EXPECT_FALSE(send(startStopEvent));
+    ASSERT_TRUE(send(panelEvent));
+    EXPECT_TRUE(listener->isControlPanelShowing());
+    EXPECT_FALSE(send(panelEvent));  // the panel is open
+    int vibrations = device.feedback.vibrations;
+    listener->controlPanel()->clickOnRecord();
+    EXPECT_FALSE(listener->isControlPanelShowing());
+    EXPECT_TRUE(global().isRecording());
+    EXPECT_EQ(device.feedback.vibrations, vibrations + 1);
+
+    EXPECT_FALSE(send(startStopEvent));
+    ASSERT_TRUE(send(panelEvent));
+    EXPECT_FALSE(global().isRecording());
+    EXPECT_EQ(device.feedback.vibrations, vibrations + 2);
+    EXPECT_TRUE(hasAlert("Recording Finished!"));
+    EXPECT_TRUE(listener->isAnyAlertViewShowing());
+    EXPECT_FALSE(send(panelEvent));  // our own alert is open
+    closeAlerts();
+    EXPECT_FALSE(listener->isAnyPopupViewShowing());
+    EXPECT_TRUE(send(panelEvent));
+}
+
+TEST_F(ActionListenerTest, PlayLaterWaitsForStartStopAndTheControlEventQuitsInOneStep) {
+    device.writeScript("loop.lua", endlessScript);
+    device.languages.list = {"ja"};
+    chooseFromControlPanel("loop.lua", PlaySettingsView::playLaterButtonTag);
+    EXPECT_TRUE(global().isReadyToPlay());
+    EXPECT_FALSE(global().isPlaying());
+
+    // The tip is open: events are ignored and left unhandled.
+    ASSERT_EQ(device.hostAlerts.openAlerts().size(), 1u);
+    const AlertRequest& tip = device.hostAlerts.openAlerts()[0].request;
+    EXPECT_EQ(tip.tag, playLaterTipAlertTag);
+    EXPECT_EQ(tip.cancelButton, "オーケー");
+    EXPECT_FALSE(send(startStopEvent));
+    EXPECT_FALSE(global().isPlaying());
+    ASSERT_TRUE(device.hostAlerts.pressButtonOfTopAlert(1));  // "Don't show again"
+    EXPECT_TRUE(device.defaults.boolForKey(playLaterTipHideKey));
+
+    ASSERT_TRUE(send(startStopEvent));
+    ASSERT_TRUE(waitUntilPlaying(true));
+    ASSERT_TRUE(send(startStopEvent));
+    ASSERT_TRUE(waitUntilPlaying(false));
+    ASSERT_TRUE(device.runUntil([&] { return !global().luaBridge(); }));
+    EXPECT_TRUE(global().isReadyToPlay());
+    ASSERT_TRUE(global().currentPlaySettings());
+    EXPECT_EQ(global().currentPlaySettings()->scriptTitle(), "loop.lua");
+    closeAlerts();
+
+    ASSERT_TRUE(send(startStopEvent));
+    ASSERT_TRUE(waitUntilPlaying(true));
+    // Ready-playing: the control event stops the run and leaves "ready" at once.
+    ASSERT_TRUE(send(panelEvent));
+    EXPECT_FALSE(global().isPlaying());
+    EXPECT_FALSE(global().isReadyToPlay());
+    EXPECT_FALSE(global().currentPlaySettings());
+    ASSERT_FALSE(device.hostAlerts.openAlerts().empty());
+    const AlertRequest& quit = device.hostAlerts.openAlerts().back().request;
+    EXPECT_EQ(quit.message, "実行準備状態を終了しました！");
+    EXPECT_EQ(quit.cancelButton, "OK");  // never localised
+    ASSERT_TRUE(device.runUntil([&] { return !global().luaBridge(); }));
+    closeAlerts();
+
+    // With the tip hidden, the next play later asks nothing.
+    chooseFromControlPanel("loop.lua", PlaySettingsView::playLaterButtonTag);
+    EXPECT_TRUE(global().isReadyToPlay());
+    EXPECT_TRUE(device.hostAlerts.openAlerts().empty());
+    ASSERT_TRUE(send(panelEvent));  // Ready: quits
+    EXPECT_FALSE(global().isReadyToPlay());
+    EXPECT_TRUE(hasAlert("実行準備状態を終了しました！"));
+}
+
+TEST_F(ActionListenerTest, ACancelledChoiceKeepsItsSettingsSoAnotherScriptsTriggerIsIgnored) {
+    device.writeScript("a.lua", endlessScript);
+    device.writeScript("b.lua", endlessScript);
+    bindScript(shakeEvent, "a.lua");
+    bindScript(pinchEvent, "b.lua");
+
+    ASSERT_TRUE(send(shakeEvent));
+    ASSERT_TRUE(listener->isPlaySettingsViewShowing());
+    listener->playSettingsView()->buttonClicked(PlaySettingsView::cancelButtonTag);
+    EXPECT_FALSE(listener->isAnyPopupViewShowing());
+    ASSERT_TRUE(global().currentPlaySettings());
+    EXPECT_FALSE(send(pinchEvent));
+    EXPECT_FALSE(listener->isAnyPopupViewShowing());
+
+    // The control panel still works, and the same script's trigger still does.
+    ASSERT_TRUE(send(panelEvent));
+    listener->controlPanel()->clickOnCancel();
+    ASSERT_TRUE(send(shakeEvent));
+    ASSERT_TRUE(listener->isPlaySettingsViewShowing());
+    listener->playSettingsView()->buttonClicked(PlaySettingsView::playNowButtonTag);
+    ASSERT_TRUE(waitUntilPlaying(true));
+    EXPECT_FALSE(send(pinchEvent));
+    EXPECT_TRUE(global().isPlaying());
+    // The playing script's own trigger stops it; the end of the run clears the settings.
+    ASSERT_TRUE(send(shakeEvent));
+    ASSERT_TRUE(waitUntilPlaying(false));
+    ASSERT_TRUE(device.runUntil([&] { return !global().currentPlaySettings(); }));
+    closeAlerts();
+    ASSERT_TRUE(send(pinchEvent));
+    EXPECT_EQ(global().currentPlaySettings()->scriptTitle(), "b.lua");
+}
+
+TEST_F(ActionListenerTest, EncryptedScriptsUseTheRememberedPasswordAndForgetAWrongOne) {
+    const std::string plain = device.writeScript("secret.lua", "x = 1\n");
+    Encrypt::encryptScript(plain, "right");
+    const std::string path = plain + ".e";
+    bindScript(shakeEvent, "secret.lua.e");
+    const std::string key = "script.password." + path;
+
+    // A remembered password that no longer works is forgotten, and the prompt asks.
+    device.defaults.setObject(key, std::string("stale"));
+    ASSERT_TRUE(send(shakeEvent));
+    EXPECT_FALSE(device.defaults.objectForKey(key));
+    ASSERT_TRUE(listener->isDecryptScriptAlertViewShowing());
+    ASSERT_TRUE(device.hostAlerts.pressButtonOfTopAlert(1, "right"));
+    EXPECT_FALSE(listener->isDecryptScriptAlertViewShowing());
+    ASSERT_TRUE(listener->isPlaySettingsViewShowing());
+    EXPECT_EQ(global().currentPlaySettings()->scriptContent(), "x = 1\n");
+    EXPECT_EQ(global().currentPlaySettings()->playType(), 1);
+    listener->playSettingsView()->buttonClicked(PlaySettingsView::cancelButtonTag);
+
+    // Now it is remembered: a script that plays directly starts without any panel.
+    global().setCurrentPlaySettings(nullptr);
+    PlaySettings direct;
+    direct.setScriptTitle("secret.lua.e");
+    direct.setPlayDirectly(true);
+    ASSERT_TRUE(DataManager::insertPlaySettings(direct));
+    ASSERT_TRUE(send(shakeEvent));
+    EXPECT_FALSE(listener->isAnyPopupViewShowing());
+    ASSERT_TRUE(device.runUntil([&] { return !global().isPlaying() && !global().currentPlaySettings(); }));
+}
