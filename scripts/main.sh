@@ -1,11 +1,12 @@
 #!/usr/bin/env bash
-# The main job: installs what is missing, builds the tool and shows it at work on a fresh root.
+# The main job: installs what is missing, builds everything, shows the tool at work on a fresh root,
+# and ends with the demo run to its end (scripts/demo.sh), which prints the command to watch it live.
 set -euo pipefail
 here=$(cd "$(dirname "$0")/.." && pwd)
 cd "$here"
 bash scripts/setup.sh
 bash scripts/build.sh release
-root="$here/build/demo-root"
+root="$here/build/tour-root"
 rm -rf "$root"
 tactora() { ./build/release/tactora --root "$root" "$@"; }
 
@@ -31,3 +32,5 @@ echo "== the touches the device received (one JSON line per hand event)"
 cat "$root/hid-trace.jsonl"
 echo "== the script log"
 cat "$root/var/mobile/Library/Tactora/Library/log.log"
+
+bash scripts/demo.sh

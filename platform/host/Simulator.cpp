@@ -182,13 +182,15 @@ void Simulator::startWatching() {
     watcher_ = std::thread([this] {
         while (watching_) {
             // Runs ended, alerts opened by a script, recordings stopped: the page hears of them here.
-            std::promise<void> done;
-            auto finished = done.get_future();
-            loop_.post([this, &done] {
+            auto done = std::make_shared<std::promise<void>>();
+            auto finished = done->get_future();
+            loop_.post([this, done] {
                 publishStateIfChanged();
-                done.set_value();
+                done->set_value();
             });
-            finished.wait_for(std::chrono::seconds(5));
+            // A loop that stopped answering (the process is ending) must not hold the watcher up.
+            while (watching_ && finished.wait_for(std::chrono::milliseconds(50)) != std::future_status::ready) {
+            }
             std::this_thread::sleep_for(options_.statePollInterval);
         }
     });

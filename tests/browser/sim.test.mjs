@@ -40,6 +40,8 @@ before(async () => {
   execFileSync(tactora, ['--root', root, 'make-demo-scene', path.join(root, 'scene')]);
   copyFileSync(path.join(source, 'examples/demo/demo.lua'), path.join(scripts, 'demo.lua'));
   copyFileSync(path.join(root, 'scene/icon.png'), path.join(scripts, 'demo-icon.png'));
+  mkdirSync(path.join(root, 'Applications/Tactora.app'), { recursive: true });
+  writeFileSync(path.join(root, 'Applications/Tactora.app/Extensions.lua'), '');
   writeFileSync(path.join(root, 'secret.lua'), 'touchDown(1, 40, 40)\nusleep(50000)\ntouchUp(1, 40, 40)\nusleep(50000)\n');
   execFileSync(tactora, ['--root', root, 'encrypt', path.join(root, 'secret.lua'), '-o', path.join(scripts, 'secret.e'),
     '--password', 'open sesame']);

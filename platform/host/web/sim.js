@@ -347,9 +347,14 @@ function draw() {
     if (finger.touching || last) {
       const fade = finger.touching ? 1 : last ? 1 - (now - last.t) / TRAIL_MS : 0;
       context.fillStyle = `hsla(${hue}, 95%, 55%, ${0.45 * fade})`;
+      // A dark ring under a white one: the marker shows on light and dark screens alike.
+      context.beginPath(); context.arc(finger.x, finger.y, 16, 0, Math.PI * 2); context.fill();
+      context.strokeStyle = `rgba(0, 0, 0, ${0.7 * fade})`;
+      context.lineWidth = 5;
+      context.stroke();
       context.strokeStyle = `rgba(255, 255, 255, ${fade})`;
       context.lineWidth = 2;
-      context.beginPath(); context.arc(finger.x, finger.y, 16, 0, Math.PI * 2); context.fill(); context.stroke();
+      context.stroke();
       context.fillStyle = `rgba(0, 0, 0, ${fade})`;
       context.font = 'bold 12px sans-serif';
       context.textAlign = 'center'; context.textBaseline = 'middle';
