@@ -13,6 +13,8 @@
 #include <thread>
 
 #include "InjectFakes.h"
+#include "Kernel/EventSimulate.h"
+#include "Platform/Platform.h"
 
 using namespace tactora;
 using namespace tactora::host;
@@ -346,4 +348,29 @@ TEST(UnixMessagePorts, FailingSystemCallsEndInAnErrorNotACrash) {
     remote = client.createRemote("fragile");
     EXPECT_EQ(remote->sendRequest(1, {}, 1.0, 1.0, nullptr), SendStatus::transportError);
     EXPECT_EQ(ask(client, "fragile", 1, {}), Bytes{4});
+}
+
+TEST(UnixMessagePorts, TheInjectionSenderReconnectsAfterASendFailed) {
+    TempRoot root;
+    LoopThread main;
+    SocketCalls calls = faultyCalls();
+    UnixMessagePorts server(root.path(), &main.loop());
+    UnixMessagePorts client(root.path(), nullptr, &calls);
+    std::atomic<int> syncs{0};
+    auto local = server.createLocal(injectionPortName, [&](std::int32_t id, std::span<const std::uint8_t>) {
+        if (id == SimulateMessageSync) ++syncs;
+        return Bytes{};
+    });
+    ASSERT_TRUE(local);
+    ScopedPlatform scope;
+    platform().messagePorts = &client;
+    EventSimulate::resetConnection();
+
+    EXPECT_EQ(EventSimulate::syncEvent(), 0);
+    sendFault.arm(1, ECONNRESET);
+    EXPECT_EQ(EventSimulate::syncEvent(), 0) << "the outcome of a send that reached a port is not checked";
+    EXPECT_EQ(syncs.load(), 1);
+    EXPECT_EQ(EventSimulate::syncEvent(), 0);
+    EXPECT_EQ(syncs.load(), 2) << "the next send did not reconnect";
+    EventSimulate::resetConnection();
 }

@@ -7,6 +7,7 @@
 #include <unistd.h>
 
 #include <cstdio>
+#include <filesystem>
 #include <thread>
 
 #include "Command.h"
@@ -52,7 +53,10 @@ private:
 
 int runReceiver(const GlobalOptions& options, const ReceiverArguments& arguments) {
     // The stop signals are taken through a descriptor, so they must be blocked before any thread
-    // exists; a vanished sender must not kill the receiver either.
+    // exists, and not ignored (a starter in the background may have ignored them, and an ignored
+    // signal never reaches the descriptor). A vanished sender must not kill the receiver either.
+    ::signal(SIGTERM, SIG_DFL);
+    ::signal(SIGINT, SIG_DFL);
     sigset_t stopSignals;
     sigemptyset(&stopSignals);
     sigaddset(&stopSignals, SIGTERM);
@@ -63,6 +67,8 @@ int runReceiver(const GlobalOptions& options, const ReceiverArguments& arguments
 
     host::HostPlatform host(options.host);
     auto profile = host::findDeviceProfile(options.host.device).value_or(host::deviceProfiles().front());
+    std::error_code ignored;
+    std::filesystem::create_directories(host.root(), ignored);
     std::string tracePath = arguments.trace.empty() ? host.root() + "/hid-trace.jsonl" : arguments.trace;
     host::TraceHIDDispatch hid(profile, tracePath);
     if (!hid.isOpen()) {
