@@ -95,17 +95,3 @@ TEST(FileManager, ScriptTitlesAreTheNamesEndingInLuaOrEWhateverTheirCase) {
     }
     EXPECT_EQ(titles, listing);
 }
-
-TEST(FileManager, FileIsDirectoryOnlyForExistingDirectories) {
-    FakeDevice device;
-    fs::path scripts = device.map(devicepaths::scriptsDirectory);
-    fs::create_directories(scripts / "sub.lua");
-    touch(scripts / "a.lua");
-    fs::create_directory_symlink(scripts / "sub.lua", scripts / "link");
-    EXPECT_TRUE(FileManager::fileIsDirectory(scripts.string()));
-    EXPECT_TRUE(FileManager::fileIsDirectory((scripts / "sub.lua").string()));
-    EXPECT_TRUE(FileManager::fileIsDirectory((scripts / "link").string()));
-    EXPECT_FALSE(FileManager::fileIsDirectory((scripts / "a.lua").string()));
-    EXPECT_FALSE(FileManager::fileIsDirectory((scripts / "missing").string()));
-    EXPECT_FALSE(FileManager::fileIsDirectory(""));
-}

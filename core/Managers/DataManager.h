@@ -19,7 +19,9 @@ using ActivatorTriggerList = std::vector<std::shared_ptr<ActivatorTrigger>>;
 // statement per connection.
 class DataManager {
 public:
+    // "data.sqlite3" in the library directory, as a path on this machine.
     static std::string dataFilePath();
+    // Creates both tables when missing; the library directory must exist (FileManager).
     static bool initDb();
 
     static bool insertPlaySettings(const PlaySettings& settings);

@@ -79,6 +79,18 @@ bool replaceFile(const std::string& path, const std::string& data) {
     return true;
 }
 
+// Removes temporary files that writers killed halfway left behind. Only call under the file
+// lock: every writer holds it while its temporary file exists.
+void removeLeftovers(const std::string& path) {
+    std::filesystem::path file(path);
+    const std::string prefix = file.filename().string() + ".tmp.";
+    std::error_code error;
+    std::filesystem::directory_iterator entries(file.parent_path().empty() ? "." : file.parent_path(), error);
+    for (std::filesystem::directory_iterator end; !error && entries != end; entries.increment(error)) {
+        if (entries->path().filename().string().rfind(prefix, 0) == 0) std::filesystem::remove(entries->path(), error);
+    }
+}
+
 // Holds an exclusive advisory lock on `path` + ".lock" for its lifetime.
 class FileLock {
 public:
@@ -118,6 +130,7 @@ void FileUserDefaults::change(Change&& apply) {
     std::error_code ignored;
     std::filesystem::create_directories(std::filesystem::path(path_).parent_path(), ignored);
     FileLock fileLock(path_);
+    removeLeftovers(path_);
     json object = json::object();
     if (loadObject(path_, object) == Load::corrupt) {
         std::string aside = path_ + ".corrupt";
