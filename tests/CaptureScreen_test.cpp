@@ -7,6 +7,7 @@
 #include "Kernel/CaptureScreen.h"
 #include "Kernel/ScreenFunctions.h"
 #include "ScreenFakes.h"
+#include "host/HostPaths.h"
 
 using namespace tactora;
 using namespace screentest;
@@ -148,4 +149,23 @@ TEST(PngCodec, PremultipliesRoundingToNearest) {
     for (std::uint32_t c = 0; c < 256; ++c)
         for (std::uint32_t a = 0; a < 256; ++a)
             ASSERT_EQ(host::premultiply(c, a), (2 * c * a + 255) / 510) << c << " " << a;
+}
+
+TEST(CaptureScreen, ScriptPathsAreDevicePathsMappedOnceUnderTheRoot) {
+    ScopedScreen scoped("4x4@1", host::solidFrame(4, 4, 0x112233));
+    TempDir dir;
+    host::HostPaths paths(dir.path.string());
+    platform().paths = &paths;
+    std::filesystem::create_directories(dir.path / "var/mobile");
+    screenshot("/var/mobile/device.png");
+    EXPECT_TRUE(std::filesystem::exists(dir.path / "var/mobile/device.png"));
+    // A path that already lies under the root (as rootDir() gives it on the host) stays as it is.
+    screenshot((dir.path / "var/mobile/mapped.png").string().c_str());
+    EXPECT_TRUE(std::filesystem::exists(dir.path / "var/mobile/mapped.png"));
+    auto png = host::PngCodec().encodePng(host::solidFrame(1, 1, 0x112233)->rgba.data(), 1, 1, 4);
+    std::ofstream((dir.path / "var/mobile/dot.png").string(), std::ios::binary)
+        .write(reinterpret_cast<const char*>(png->data()), static_cast<std::streamsize>(png->size()));
+    const std::int32_t none[] = {0};
+    MatchListPtr found(findImageWrapper("/var/mobile/dot.png", 1, none, 0));
+    EXPECT_EQ(found->count, 1);
 }

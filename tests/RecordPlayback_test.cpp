@@ -90,9 +90,9 @@ TEST(RecordPlayback, PlayingARecordingRepeatsThePositionsAndPausesOfTheInput) {
     // Two fingers land together, move, rest and lift; then the home button.
     const std::vector<Step> steps = {
         {0, {{1, "down", 100, 200}, {2, "down", 220, 400}}},
-        {200000, {{1, "move", 120, 230}, {2, "still", 220, 400}}},
-        {500000, {{1, "move", 140, 260}, {2, "move", 200, 380}}},
-        {750000, {{1, "up", 140, 260}, {2, "up", 200, 380}}},
+        {400000, {{1, "move", 120, 230}, {2, "still", 220, 400}}},
+        {900000, {{1, "move", 140, 260}, {2, "move", 200, 380}}},
+        {1400000, {{1, "up", 140, 260}, {2, "up", 200, 380}}},
     };
     std::ofstream input(root.path() / "input.jsonl");
     for (const Step& step : steps) {
@@ -109,7 +109,7 @@ TEST(RecordPlayback, PlayingARecordingRepeatsThePositionsAndPausesOfTheInput) {
     ASSERT_TRUE(record.running());
     ASSERT_EQ(record.wait(), 0);
     const std::string script = readFile(scripts / "recorded.lua");
-    EXPECT_NE(script.find("\ntouchDown(1, 100.0, 200.0);\n\ntouchDown(2, 220.0, 400.0);\nusleep(200000.00);\n"),
+    EXPECT_NE(script.find("\ntouchDown(1, 100.0, 200.0);\n\ntouchDown(2, 220.0, 400.0);\nusleep(400000.00);\n"),
               std::string::npos)
         << script;
 

@@ -282,6 +282,75 @@ TACTORA_AVX2 void avx2BgrxToRgba(const std::uint8_t* from, std::uint8_t* to, std
 
 const SearchKernels avx2Kernels{"avx2", avx2WithinBudget, avx2RowMismatchBits, avx2PairHits, avx2BgrxToRgba};
 
+// --- AVX-512 (chosen at run time) -----------------------------------------------------------------
+// Sixteen pixels a step, and a per-lane test that yields the mismatching lanes as a mask.
+
+#define TACTORA_AVX512 __attribute__((target("avx512f,avx2,popcnt")))
+
+TACTORA_AVX512 inline __m512i load512(const void* p) { return _mm512_loadu_si512(p); }
+
+TACTORA_AVX512 bool avx512WithinBudget(const std::uint8_t* screen, std::size_t stride, const std::uint32_t* templ,
+                                       std::uint32_t width, std::uint32_t height, std::int64_t budget) {
+    const __m512i mask = _mm512_set1_epi32(static_cast<int>(colorMask)), one = _mm512_set1_epi32(1);
+    const std::uint32_t vectorWidth = width & ~15u;
+    // `differing` counts, lane by lane, the differing pixels among the `pending` ones compared
+    // since the last count; the horizontal sum waits until they could exceed the budget.
+    __m512i differing = _mm512_setzero_si512();
+    std::int64_t mismatches = 0, pending = 0;
+    for (std::uint32_t ty = 0; ty < height; ++ty, screen += stride, templ += width) {
+        for (std::uint32_t i = 0; i < vectorWidth; i += 16) {
+            const __mmask16 lanes = _mm512_test_epi32_mask(_mm512_xor_si512(load512(screen + 4 * i), load512(templ + i)), mask);
+            differing = _mm512_mask_add_epi32(differing, lanes, differing, one);
+        }
+        pending += vectorWidth;
+        for (std::uint32_t i = vectorWidth; i < width; ++i) mismatches += differs(screen + 4 * i, templ[i], colorMask);
+        if (mismatches + pending > budget) {
+            mismatches += _mm512_reduce_add_epi32(differing);
+            differing = _mm512_setzero_si512();
+            pending = 0;
+            if (mismatches > budget) return false;
+        }
+    }
+    return true;
+}
+
+TACTORA_AVX512 std::uint32_t avx512RowMismatchBits(const std::uint8_t* screen, const std::uint32_t* templ,
+                                                   const std::uint32_t* care, std::uint32_t n, std::uint64_t* bits) {
+    std::memset(bits, 0, bitWords(n) * 8);
+    std::uint32_t count = 0, i = 0;
+    for (; i + 16 <= n; i += 16) {
+        const std::uint32_t lanes =
+            _mm512_test_epi32_mask(_mm512_xor_si512(load512(screen + 4 * i), load512(templ + i)), load512(care + i));
+        if (lanes) {
+            bits[i / 64] |= std::uint64_t{lanes} << (i % 64);
+            count += static_cast<std::uint32_t>(std::popcount(lanes));
+        }
+    }
+    return count + tailMismatchBits(screen, templ, care, i, n, bits);
+}
+
+TACTORA_AVX512 std::uint32_t avx512PairHits(const std::uint8_t* a, const std::uint8_t* b, std::uint32_t colorA,
+                                            std::uint32_t colorB, std::uint32_t n, std::uint64_t* bits) {
+    std::memset(bits, 0, bitWords(n) * 8);
+    const __m512i mask = _mm512_set1_epi32(static_cast<int>(colorMask));
+    const __m512i wantA = _mm512_set1_epi32(static_cast<int>(colorA)), wantB = _mm512_set1_epi32(static_cast<int>(colorB));
+    std::uint32_t count = 0, x = 0;
+    for (; x + 16 <= n; x += 16) {
+        // Lanes whose colour (under the mask) is the wanted one: (pixel ^ wanted) & mask == 0.
+        const __mmask16 hitA = _mm512_testn_epi32_mask(_mm512_xor_si512(load512(a + 4 * x), wantA), mask);
+        if (!hitA) continue;
+        const std::uint32_t lanes = _mm512_mask_testn_epi32_mask(hitA, _mm512_xor_si512(load512(b + 4 * x), wantB), mask);
+        if (!lanes) continue;
+        bits[x / 64] |= std::uint64_t{lanes} << (x % 64);
+        count += static_cast<std::uint32_t>(std::popcount(lanes));
+    }
+    return count + tailPairHits(a, b, colorA, colorB, x, n, bits);
+}
+
+const SearchKernels avx512Kernels{"avx512", avx512WithinBudget, avx512RowMismatchBits, avx512PairHits, avx2BgrxToRgba};
+
+bool hasAvx512() { return __builtin_cpu_supports("avx512f") && __builtin_cpu_supports("avx2") && __builtin_cpu_supports("popcnt"); }
+
 bool hasAvx2() { return __builtin_cpu_supports("avx2") && __builtin_cpu_supports("popcnt"); }
 #endif
 
@@ -375,6 +444,7 @@ const SearchKernels neonKernels{"neon", neonWithinBudget, neonRowMismatchBits, n
 
 const SearchKernels* fastest() {
 #if TACTORA_X86
+    if (hasAvx512()) return &avx512Kernels;
     return hasAvx2() ? &avx2Kernels : &sse2Kernels;
 #elif TACTORA_NEON
     return &neonKernels;
@@ -401,6 +471,7 @@ std::vector<const SearchKernels*> availableSearchKernels() {
 #if TACTORA_X86
     all.push_back(&sse2Kernels);
     if (hasAvx2()) all.push_back(&avx2Kernels);
+    if (hasAvx512()) all.push_back(&avx512Kernels);
 #elif TACTORA_NEON
     all.push_back(&neonKernels);
 #endif

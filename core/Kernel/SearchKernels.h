@@ -1,8 +1,9 @@
 #pragma once
 
 // The inner loops of the colour and image search, in one variant per instruction set: portable
-// scalar code, SSE2 and AVX2 on x86-64 (AVX2 chosen at run time), NEON on arm64. Every variant
-// computes exactly the same thing; pixels are 4 bytes and only bytes 0, 1 and 2 are compared.
+// scalar code; SSE2, AVX2 and AVX-512 on x86-64 (the widest the processor has, chosen at run
+// time); NEON on arm64. Every variant computes exactly the same thing; pixels are 4 bytes and
+// only bytes 0, 1 and 2 are compared.
 
 #include <bit>
 #include <cstddef>

@@ -112,7 +112,7 @@ public:
     std::string playSpeedLabelText() const;
     std::string buttonTitle(int tag) const;
 
-    const std::shared_ptr<PlaySettingsViewDelegate>& delegate() const { return delegate_; }
+    std::shared_ptr<PlaySettingsViewDelegate> delegate() const { return delegate_.lock(); }
     void setDelegate(std::shared_ptr<PlaySettingsViewDelegate> delegate) { delegate_ = std::move(delegate); }
     bool isDismissed() const { return dismissed_; }
 
@@ -125,7 +125,8 @@ private:
     Stepper repeatIntervalStepper_{repeatIntervalStepperTag, 1, 0, 1000000, 1};
     std::string playSpeedValueText_ = "1x";
     Stepper playSpeedStepper_{playSpeedStepperTag, 1.0, 0.1, 1.9, 0.1};
-    std::shared_ptr<PlaySettingsViewDelegate> delegate_;
+    // Weak, like any delegate: the delegate usually owns the panel.
+    std::weak_ptr<PlaySettingsViewDelegate> delegate_;
     bool editingRepeatCount_ = false;
     bool dismissed_ = false;
 };

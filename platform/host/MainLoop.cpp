@@ -5,10 +5,11 @@
 namespace tactora::host {
 
 void MainLoop::post(std::function<void()> work) {
-    {
-        std::lock_guard lock(mutex_);
-        work_.push_back(std::move(work));
-    }
+    // Notified under the lock: once the loop has run this work, the poster no longer touches the
+    // loop, so the loop may be destroyed right after (a finished script run posts its last step
+    // from a thread that is just ending).
+    std::lock_guard lock(mutex_);
+    work_.push_back(std::move(work));
     ready_.notify_all();
 }
 
@@ -31,10 +32,8 @@ void MainLoop::run() {
 }
 
 void MainLoop::quit() {
-    {
-        std::lock_guard lock(mutex_);
-        quit_ = true;
-    }
+    std::lock_guard lock(mutex_);
+    quit_ = true;
     ready_.notify_all();
 }
 

@@ -34,7 +34,9 @@ std::optional<json> pageEventFromTraceLine(const std::string& line, const Device
     const double width = profile.pixelWidth() / factor, height = profile.pixelHeight() / factor;
     json fingers = json::array();
     for (const auto& finger : event["fingers"]) {
-        if (!finger.is_object() || !finger["x"].is_number() || !finger["y"].is_number()) continue;
+        if (!finger.is_object() || !finger.contains("x") || !finger.contains("y") || !finger["x"].is_number() ||
+            !finger["y"].is_number())
+            continue;
         const double x = finger["x"].get<double>() * width, y = finger["y"].get<double>() * height;
         // Finger numbers travel as unsigned 32-bit values; show the script's own (negative) number.
         const auto index = static_cast<std::int32_t>(finger.value("index", std::uint32_t{0}));

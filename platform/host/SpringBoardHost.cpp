@@ -10,12 +10,12 @@
 
 namespace tactora::host {
 
-void HostFeedback::vibrate() {
+void SpringBoardFeedback::vibrate() {
     vibrations_.fetch_add(1, std::memory_order_relaxed);
     if (onFeedback) onFeedback("vibrate");
 }
 
-void HostFeedback::playBundledSound() {
+void SpringBoardFeedback::playBundledSound() {
     if (onFeedback) onFeedback("sound");
 }
 

@@ -22,7 +22,7 @@ namespace tactora::host {
 class MainLoop;
 
 // Feedback on the host: counted, and told to whoever listens (the console).
-class HostFeedback final : public Feedback {
+class SpringBoardFeedback final : public Feedback {
 public:
     void vibrate() override;
     void playBundledSound() override;
@@ -51,7 +51,7 @@ public:
     HostAlerts& alerts() { return alerts_; }
     HostPresenter& presenter() { return presenter_; }
     HostHIDSource& hidSource() { return hidSource_; }
-    HostFeedback& feedback() { return feedback_; }
+    SpringBoardFeedback& feedback() { return feedback_; }
 
 private:
     void say(const std::string& line);
@@ -63,7 +63,7 @@ private:
     HostAlerts alerts_;
     HostPresenter presenter_;
     HostHIDSource hidSource_;
-    HostFeedback feedback_;
+    SpringBoardFeedback feedback_;
     std::shared_ptr<ActionListener> listener_;
 };
 

@@ -1,0 +1,196 @@
+// Runs arbitrary scripts through the real interpreter with its 24 script functions, against fake
+// ports: sleeps return at once, the injection port checks every message the sender writes, the
+// screen is a small synthetic picture. Nothing may crash, leak or touch memory it does not own,
+// and every message sent must be one the receiver understands (sync empty, touch 24 bytes, key
+// 12 bytes). A watchdog stops scripts that loop for ever.
+// Input: byte 0 chooses the form. Below 0x80 the rest is Lua text. Otherwise the rest is a list
+// of calls, (function, argument count, arguments...), each run under pcall so one error does
+// not hide the next call.
+#include <fuzzer/FuzzedDataProvider.h>
+#include <unistd.h>
+
+#include <atomic>
+#include <chrono>
+#include <condition_variable>
+#include <cstdint>
+#include <cstdio>
+#include <cstdlib>
+#include <mutex>
+#include <string>
+#include <thread>
+
+extern "C" {
+#include <lauxlib.h>
+#include <lua.h>
+}
+
+#include "Kernel/EventSimulate.h"
+#include "Kernel/LuaBridge.h"
+#include "Models/Global.h"
+#include "Platform/Clock.h"
+#include "Platform/Display.h"
+#include "Platform/MessagePorts.h"
+#include "Platform/Paths.h"
+#include "Platform/Platform.h"
+
+using namespace tactora;
+
+namespace {
+
+class InstantClock : public Clock {
+public:
+    void sleepMicroseconds(std::uint32_t) override {}
+};
+
+class CheckingRemote : public RemoteMessagePort {
+public:
+    bool isValid() const override { return true; }
+    SendStatus sendRequest(std::int32_t id, std::span<const std::uint8_t> data, double, double,
+                           std::vector<std::uint8_t>*) override {
+        bool wellFormed = (id == SimulateMessageSync && data.empty()) ||
+                          (id == SimulateMessageTouch && data.size() == 24) ||
+                          (id == SimulateMessageKey && data.size() == 12);
+        if (!wellFormed) __builtin_trap();
+        return SendStatus::success;
+    }
+};
+
+class CheckingPorts : public MessagePorts {
+public:
+    std::unique_ptr<RemoteMessagePort> createRemote(const std::string&) override {
+        return std::make_unique<CheckingRemote>();
+    }
+};
+
+class PatternDisplay : public Display {
+public:
+    Size bounds() const override { return {32, 48}; }
+    double scale() const override { return 2; }
+    bool respondsToDisplayLink() const override { return true; }
+    bool capture(std::uint8_t* pixels, std::int32_t width, std::int32_t height) override {
+        for (std::int64_t i = 0; i < std::int64_t(width) * height * 4; ++i) pixels[i] = std::uint8_t(i * 7 / 3);
+        return true;
+    }
+};
+
+class TempPaths : public Paths {
+public:
+    TempPaths() {
+        char pattern[] = "/tmp/tactora-fuzz-lua-XXXXXX";
+        if (!mkdtemp(pattern)) std::abort();
+        root = pattern;
+    }
+    std::string map(std::string_view devicePath) const override { return root + std::string(devicePath); }
+    std::string root;
+};
+
+const char* const functions[] = {
+    "homeButtonDown", "homeButtonUp", "touchDown", "touchMove", "touchUp", "rootPathOfDocuments",
+    "rootDir", "logging", "log", "usleep", "alert", "vibrate", "playAudio", "screenshot",
+    "screenshotRegion", "getScreenSize", "getScreenResolution", "getScreenBitDepth", "getColor",
+    "findColor", "findImage", "appRun", "appKill", "appIsActive",
+};
+
+// A Lua literal spelling `bytes` exactly.
+std::string quoted(const std::string& bytes) {
+    std::string text = "\"";
+    for (unsigned char c : bytes) {
+        char escape[8];
+        std::snprintf(escape, sizeof escape, "\\%03u", c);
+        text += escape;
+    }
+    return text + "\"";
+}
+
+std::string argument(FuzzedDataProvider& input) {
+    switch (input.ConsumeIntegralInRange<int>(0, 7)) {
+        case 0: return "nil";
+        case 1: return input.ConsumeBool() ? "true" : "false";
+        case 2: return std::to_string(input.ConsumeIntegral<std::int64_t>());
+        case 3: return std::to_string(input.ConsumeIntegralInRange<int>(-3, 70));
+        case 4: {
+            char text[64];
+            std::snprintf(text, sizeof text, "%.17g", input.ConsumeFloatingPoint<double>());
+            return text;  // inf and nan come out as names Lua reads as nil globals
+        }
+        case 5: return "(0/0)";
+        case 6: return "{" + std::to_string(input.ConsumeIntegral<std::int8_t>()) + "}";
+        default: return quoted(input.ConsumeRandomLengthString(64));
+    }
+}
+
+std::string callList(FuzzedDataProvider& input) {
+    std::string script;
+    while (input.remaining_bytes() > 0) {
+        script += "pcall(";
+        script += functions[input.ConsumeIntegralInRange<std::size_t>(0, std::size(functions) - 1)];
+        int count = input.ConsumeIntegralInRange<int>(0, 9);
+        for (int i = 0; i < count; ++i) script += ", " + argument(input);
+        script += ")\n";
+    }
+    return script;
+}
+
+// Stops a script that is still running 200 ms after it started, and keeps asking until it ends.
+class Watchdog {
+public:
+    explicit Watchdog(LuaBridge& bridge)
+        : thread_([this, &bridge] {
+              std::unique_lock lock(mutex_);
+              if (wake_.wait_for(lock, std::chrono::milliseconds(200), [this] { return done_; })) return;
+              while (!done_) {
+                  bridge.stopLuaRunning();
+                  wake_.wait_for(lock, std::chrono::milliseconds(5));
+              }
+          }) {}
+    ~Watchdog() {
+        {
+            std::lock_guard lock(mutex_);
+            done_ = true;
+        }
+        wake_.notify_all();
+        thread_.join();
+    }
+
+private:
+    std::mutex mutex_;
+    std::condition_variable wake_;
+    bool done_ = false;
+    std::thread thread_;
+};
+
+}  // namespace
+
+// A script may ask for any amount of memory; the device refuses big blocks, and so does this
+// run, which Lua reports as "not enough memory".
+extern "C" const char* __asan_default_options() { return "allocator_may_return_null=1:max_allocation_size_mb=64"; }
+
+extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
+    if (size < 1 || size > 4096) return 0;
+    static InstantClock clock;
+    static CheckingPorts ports;
+    static PatternDisplay display;
+    static TempPaths paths;
+    ScopedPlatform scope;
+    platform().clock = &clock;
+    platform().messagePorts = &ports;
+    platform().display = &display;
+    platform().paths = &paths;
+    Global::sharedInstance().reset();
+
+    FuzzedDataProvider input(data + 1, size - 1);
+    std::string script = data[0] < 0x80 ? input.ConsumeRemainingBytesAsString() : callList(input);
+
+    LuaBridge bridge;
+    bridge.initEnv();
+    if (!bridge.state()) return 0;
+    // Nothing a fuzzed script does may reach outside the sandbox directory or end the process.
+    luaL_dostring(bridge.state(),
+                  "os.exit=nil os.execute=nil os.remove=nil os.rename=nil os.tmpname=nil os.getenv=nil "
+                  "io=nil dofile=nil loadfile=nil require=nil package.loadlib=nil package=nil");
+    {
+        Watchdog watchdog(bridge);
+        bridge.runLuaString(script);
+    }
+    return 0;
+}
