@@ -28,6 +28,10 @@ pid_t startTool(const fs::path& root, const std::vector<std::string>& arguments)
     std::string out = (root / "stdout.txt").string(), err = (root / "stderr.txt").string();
     pid_t pid = ::fork();
     if (pid == 0) {
+        // No controlling terminal and no password in the environment: a missing password must
+        // fail, not wait at a prompt.
+        ::setsid();
+        ::unsetenv("TACTORA_PASSWORD");
         if (!std::freopen(out.c_str(), "w", stdout) || !std::freopen(err.c_str(), "w", stderr)) _exit(127);
         std::vector<char*> raw;
         for (std::string& argument : argv) raw.push_back(argument.data());
@@ -118,7 +122,7 @@ TEST(PlayCommand, RefusesWhatItCannotPlayWithAClearMessage) {
     const Case cases[] = {
         {{"play", (device.scripts / "missing.lua").string()}, "no such script"},
         {{"play", (device.scripts / "notes.txt").string()}, "must end in .lua or .e"},
-        {{"play", (device.scripts / "secret.lua.e").string()}, "needs --password"},
+        {{"play", (device.scripts / "secret.lua.e").string()}, "needs its password"},
         {{"play", (device.scripts / "secret.lua.e").string(), "--password", "pw"}, "cannot decrypt"},
     };
     for (const Case& test : cases) {

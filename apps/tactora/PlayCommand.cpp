@@ -15,6 +15,7 @@
 #include <thread>
 
 #include "Command.h"
+#include "Password.h"
 #include "Control/ScriptManager.h"
 #include "Managers/DataManager.h"
 #include "Managers/Encrypt.h"
@@ -42,7 +43,7 @@ struct PlayOptions {
     std::optional<long> repeat;
     std::optional<long> interval;
     std::optional<float> speed;
-    std::string password;
+    PasswordSource password;
     std::string trace;
 };
 
@@ -81,8 +82,9 @@ std::string fillSettings(const PlayOptions& options, PlaySettings& settings) {
         return {};
     }
     if (extension == "e") {
-        if (options.password.empty()) return "an encrypted script needs --password";
-        auto text = Encrypt::decryptScript(path.string(), options.password);
+        std::optional<std::string> password = options.password.choose(false);
+        if (!password) return "an encrypted script needs its password";
+        auto text = Encrypt::decryptScript(path.string(), *password);
         if (!text) return "cannot decrypt " + path.filename().string() + ": wrong password or damaged file";
         settings.setPlayType(1);
         settings.setScriptContent(std::move(*text));
@@ -196,7 +198,7 @@ void setup(CLI::App& app, GlobalOptions& global) {
     command->add_option("--speed", options->speed,
                         "Play speed: pauses last (2 - speed) times as long, 2 and above skip them "
                         "(default: the stored settings, else 1)");
-    command->add_option("--password", options->password, "Password of an encrypted (.e) script");
+    options->password.addOptions(*command);
     command->add_option("--trace", options->trace,
                         "File the simulated device writes the events it received to (JSON lines)");
     command->callback([&global, options] { global.exitCode = play(global, *options); });
