@@ -90,9 +90,9 @@ TEST(RecordPlayback, PlayingARecordingRepeatsThePositionsAndPausesOfTheInput) {
     // Two fingers land together, move, rest and lift; then the home button.
     const std::vector<Step> steps = {
         {0, {{1, "down", 100, 200}, {2, "down", 220, 400}}},
-        {400000, {{1, "move", 120, 230}, {2, "still", 220, 400}}},
+        {200000, {{1, "move", 120, 230}, {2, "still", 220, 400}}},
         {900000, {{1, "move", 140, 260}, {2, "move", 200, 380}}},
-        {1400000, {{1, "up", 140, 260}, {2, "up", 200, 380}}},
+        {1300000, {{1, "up", 140, 260}, {2, "up", 200, 380}}},
     };
     std::ofstream input(root.path() / "input.jsonl");
     for (const Step& step : steps) {
@@ -109,7 +109,7 @@ TEST(RecordPlayback, PlayingARecordingRepeatsThePositionsAndPausesOfTheInput) {
     ASSERT_TRUE(record.running());
     ASSERT_EQ(record.wait(), 0);
     const std::string script = readFile(scripts / "recorded.lua");
-    EXPECT_NE(script.find("\ntouchDown(1, 100.0, 200.0);\n\ntouchDown(2, 220.0, 400.0);\nusleep(400000.00);\n"),
+    EXPECT_NE(script.find("\ntouchDown(1, 100.0, 200.0);\n\ntouchDown(2, 220.0, 400.0);\nusleep(200000.00);\n"),
               std::string::npos)
         << script;
 
@@ -175,8 +175,13 @@ TEST(RecordPlayback, PlayingARecordingRepeatsThePositionsAndPausesOfTheInput) {
             EXPECT_EQ((*seen)["touch"].get<bool>(), phase != "up") << "step " << i;
         }
         if (i == 0) continue;
+        // The receiver stamps a hand when the sync arrives, and the player sleeps only after the
+        // sync was answered: the gap in the trace can never be shorter than the recorded pause.
+        // A busy machine only lengthens it, so the upper bound is loose; the pauses differ enough
+        // that one played twice or taken from another step still fails.
         const double pause = step.t - steps[i - 1].t;
         const double played = hands[i]["t_us"].get<double>() - hands[i - 1]["t_us"].get<double>();
-        EXPECT_NEAR(played, pause, pause * 0.05) << "pause before step " << i;
+        EXPECT_GE(played, pause - 1) << "pause before step " << i;
+        EXPECT_LT(played, pause * 1.5) << "pause before step " << i;
     }
 }

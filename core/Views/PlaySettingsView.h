@@ -55,6 +55,11 @@ public:
         static constexpr double alpha = 0.96;
         static constexpr double cornerRadius = 4;
         static constexpr double repeatCountTextFieldWidth = 60;
+        static constexpr double titleFontSize = 18;        // bold, black, centred
+        static constexpr double messageFontSize = 10;      // dark grey, centred
+        static constexpr double settingFontSize = 14;      // the three rows' labels and values
+        static constexpr double playButtonFontSize = 16;   // Play Now (primary), Play Later (info)
+        static constexpr double cancelButtonFontSize = 14;
         static constexpr std::array<std::string_view, 14> viewNames = {
             "titleLabel", "messageLabel", "repeatCountLabel", "repeatCountTextField", "repeatCountStepper",
             "repeatIntervalLabel", "repeatIntervalValueLabel", "repeatIntervalStepper", "playSpeedLabel",
