@@ -3,67 +3,20 @@
 // receiver's HID trace shows where and when the fingers went.
 #include <gtest/gtest.h>
 #include <httplib.h>
-#include <signal.h>
-#include <spawn.h>
-#include <sys/wait.h>
-#include <unistd.h>
 
 #include <chrono>
-#include <cmath>
 #include <fstream>
 #include <nlohmann/json.hpp>
 #include <sstream>
 #include <thread>
 
 #include "FoundationFakes.h"
+#include "ToolProcess.h"
 
 using namespace tactora::testing;
 using nlohmann::json;
 
-extern char** environ;
-
 namespace {
-
-// A child process of the CLI, ended and reaped on every path.
-class Child {
-public:
-    explicit Child(std::vector<std::string> arguments) {
-        std::vector<char*> argv;
-        for (auto& argument : arguments) argv.push_back(argument.data());
-        argv.push_back(nullptr);
-        if (posix_spawn(&pid_, argv[0], nullptr, nullptr, argv.data(), environ) != 0) pid_ = -1;
-    }
-    ~Child() {
-        if (pid_ > 0) {
-            ::kill(pid_, SIGKILL);
-            wait();
-        }
-    }
-    bool running() const { return pid_ > 0; }
-    // SIGTERM, then the exit status (-1 when it had to be killed).
-    int terminate(std::chrono::seconds grace = std::chrono::seconds(10)) {
-        ::kill(pid_, SIGTERM);
-        auto deadline = std::chrono::steady_clock::now() + grace;
-        while (std::chrono::steady_clock::now() < deadline) {
-            int status = 0;
-            if (::waitpid(pid_, &status, WNOHANG) == pid_) {
-                pid_ = -1;
-                return WIFEXITED(status) ? WEXITSTATUS(status) : -1;
-            }
-            std::this_thread::sleep_for(std::chrono::milliseconds(20));
-        }
-        return -1;
-    }
-    int wait() {
-        int status = 0;
-        ::waitpid(pid_, &status, 0);
-        pid_ = -1;
-        return WIFEXITED(status) ? WEXITSTATUS(status) : -1;
-    }
-
-private:
-    pid_t pid_ = -1;
-};
 
 // One moment of the input: the fingers (finger, phase, x, y) at time t (microseconds).
 struct Step {
@@ -97,10 +50,10 @@ TEST(RecordPlayback, PlayingARecordingRepeatsThePositionsAndPausesOfTheInput) {
     input.close();
 
     std::filesystem::create_directories(scripts);
-    Child record({cli, "--root", rootPath, "record", "--input", (root.path() / "input.jsonl").string(), "--output",
-                  (scripts / "recorded.lua").string()});
-    ASSERT_TRUE(record.running());
-    ASSERT_EQ(record.wait(), 0);
+    ASSERT_EQ(runTool("--root '" + rootPath + "' record --input '" + (root.path() / "input.jsonl").string() +
+                      "' --output '" + (scripts / "recorded.lua").string() + "'")
+                  .exitCode,
+              0);
     const std::string script = readFile(scripts / "recorded.lua");
     EXPECT_NE(script.find("\ntouchDown(1, 100.0, 200.0);\n\ntouchDown(2, 220.0, 400.0);\nusleep(200000.00);\n"),
               std::string::npos)
