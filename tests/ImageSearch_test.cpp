@@ -7,6 +7,7 @@
 
 #include "Kernel/ImageSearch.h"
 #include "Kernel/ScreenFunctions.h"
+#include "FoundationFakes.h"
 #include "ScreenFakes.h"
 
 using namespace tactora;
@@ -218,8 +219,8 @@ TEST(ScreenSearch, NothingToCaptureFindsNothing) {
 TEST(ScreenSearch, FindImageWrapperReadsAPngTemplateAndToleratesBrokenFiles) {
     auto p = planted(64, 48, 20, 10);
     ScopedScreen scoped("32x24@2", frameOf(*p.screen));
-    const auto dir = std::filesystem::temp_directory_path() / ("tactora-screen-" + std::to_string(::getpid()));
-    std::filesystem::create_directories(dir);
+    tactora::testing::ScratchDirectory scratch;
+    const auto& dir = scratch.path();
     const std::string good = (dir / "button.png").string(), bad = (dir / "broken.png").string();
     host::PngCodec codec;
     auto png = codec.encodePng(p.templ->data, 3, 2, p.templ->bytesPerRow);
@@ -233,5 +234,4 @@ TEST(ScreenSearch, FindImageWrapperReadsAPngTemplateAndToleratesBrokenFiles) {
         ASSERT_NE(none, nullptr) << path;
         EXPECT_EQ(none->count, 0);
     }
-    std::filesystem::remove_all(dir);
 }
