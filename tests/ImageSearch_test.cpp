@@ -138,19 +138,6 @@ TEST(ImageSearch, IgnoredColoursOnEitherSideDoNotSpendTheBudget) {
     EXPECT_EQ(search(*screen, *templ, 0, 0.75f).size(), 7u * 7u);      // 2.25 -> 2
 }
 
-TEST(ImageSearch, IgnoreListStateFollowsItsSetters) {
-    const std::int32_t list[] = {2, 0x123456, 0xABCDEF};
-    set_ignore(list);
-    EXPECT_EQ(ignore_colors_count(), 2);
-    EXPECT_TRUE(is_ignore_color(hex_to_rgc(0xABCDEF)));
-    EXPECT_FALSE(is_ignore_color(0xABCDEF));
-    release_ignore();
-    EXPECT_EQ(ignore_colors_count(), -1);
-    EXPECT_FALSE(is_ignore_color(hex_to_rgc(0xABCDEF)));
-    release_ignore();
-    EXPECT_EQ(ignore_colors_count(), -1);
-}
-
 TEST(ImageSearch, EmptyAndDegenerateTemplatesFollowTheBounds) {
     auto screen = solidBuffer(4, 4, 0);
     EXPECT_EQ(search(*screen, *solidBuffer(0, 0, 0)).size(), 16u);  // zero height matches anywhere
