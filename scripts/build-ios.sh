@@ -66,6 +66,7 @@ fi
 # Each dylib names the injector, Activator and RocketBootstrap where its jailbreak keeps them, is
 # signed, and depends on nothing but the system and those three.
 objdump=$(command -v llvm-objdump || command -v llvm-objdump-14) || fail "llvm-objdump is missing (Debian: llvm)"
+nm=$(command -v llvm-nm || command -v llvm-nm-14) || fail "llvm-nm is missing (Debian: llvm)"
 check_dylib() {
   local dylib=$1 layout=$2 headers libraries
   headers=$("$objdump" --macho --private-headers "$dylib")
@@ -99,6 +100,11 @@ check_dylib() {
   [ -z "$("$objdump" --macho --exports-trie "$dylib" | grep -v -e "^Exports trie:" -e "Tactora.dylib:$" -e "^$" || true)" ] ||
     fail "$dylib exports symbols"
   grep -qE "^ +platform ios$" <<<"$headers" || fail "$dylib is not built for iOS"
+  # Every imported symbol is bound to the library that provides it; none is left to a flat
+  # lookup at load time, where a missing one would only show on the device.
+  local unbound
+  unbound=$("$nm" -m "$dylib" | grep "(undefined)" | grep -v "(from " || true)
+  [ -z "$unbound" ] || fail "$dylib has symbols bound to no library: $unbound"
   return 0
 }
 for layout in rootful rootless; do check_dylib "$out/cmake/$layout/Tactora.dylib" "$layout"; done

@@ -9,11 +9,9 @@ bash scripts/setup.sh
 tsan_run=()
 if [ "$(cat /proc/sys/vm/mmap_rnd_bits 2>/dev/null || echo 0)" -gt 28 ]; then tsan_run=(setarch "$(uname -m)" -R); fi
 
-# Leak checking is off until a panel the controller keeps after a cancelled choice is released
-# (a reference cycle between the listener and its panel, seen in the controller tests).
-export ASAN_OPTIONS=detect_leaks=0:abort_on_error=0
+export ASAN_OPTIONS=detect_leaks=1:abort_on_error=0
 export UBSAN_OPTIONS=print_stacktrace=1:halt_on_error=1
-export TSAN_OPTIONS=halt_on_error=1:second_deadlock_stack=1
+export TSAN_OPTIONS=halt_on_error=1:second_deadlock_stack=1:suppressions=$here/tests/sanitizers/tsan.supp
 
 for flavour in release asan tsan; do
   echo "== build $flavour"

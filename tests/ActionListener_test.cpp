@@ -2,7 +2,7 @@
 
 #include <algorithm>
 
-#include "ControlFakes.h"
+#include "RuntimeFakes.h"
 #include "Control/ActionListener.h"
 #include "Control/ActivatorManager.h"
 #include "Control/ScriptManager.h"

@@ -2,7 +2,7 @@
 
 #include <filesystem>
 
-#include "ControlFakes.h"
+#include "RuntimeFakes.h"
 #include "Control/ActivatorManager.h"
 #include "Managers/DataManager.h"
 #include "Managers/FileManager.h"

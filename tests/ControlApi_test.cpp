@@ -5,7 +5,7 @@
 #include <atomic>
 #include <thread>
 
-#include "ControlFakes.h"
+#include "RuntimeFakes.h"
 #include "Control/ActionListener.h"
 #include "Kernel/Recorder.h"
 #include "host/ControlApi.h"

@@ -14,12 +14,14 @@
 #include <thread>
 
 #include "FoundationFakes.h"
+#include "ToolProcess.h"
 #include "Managers/DataManager.h"
 #include "host/FileUserDefaults.h"
 #include "host/HostPaths.h"
 
 using namespace tactora;
-using tactora::testing::TemporaryDirectory;
+using tactora::testing::Child;
+using tactora::testing::ScratchDirectory;
 
 namespace {
 
@@ -30,24 +32,6 @@ constexpr const char* counterKey = "crash.counter";
 constexpr const char* title = "counter.lua";
 
 std::string defaultsPath(const std::string& root) { return host::HostPaths(root).map(host::userDefaultsDevicePath); }
-
-// Kills and reaps a child on every path out of a test.
-class Child {
-public:
-    explicit Child(pid_t pid) : pid_(pid) {}
-    ~Child() { kill(); }
-    void kill() {
-        if (pid_ <= 0) return;
-        ::kill(pid_, SIGKILL);
-        int status = 0;
-        while (::waitpid(pid_, &status, 0) < 0 && errno == EINTR) {
-        }
-        pid_ = -1;
-    }
-
-private:
-    pid_t pid_;
-};
 
 }  // namespace
 
@@ -75,7 +59,7 @@ TEST(CrashSafetyWriter, WritesUntilKilled) {
 }
 
 TEST(CrashSafety, DefaultsAndDatabaseSurviveAWriterKilledAtRandomMoments) {
-    TemporaryDirectory dir;
+    ScratchDirectory dir;
     const std::string root = dir.path().string();
     tactora::testing::FakeDevice device;  // installs the fakes we replace below
     host::HostPaths paths(root);

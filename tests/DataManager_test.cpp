@@ -88,58 +88,6 @@ TEST_F(DataManagerTest, InitDbCreatesBothTablesOnceAndKeepsTheirRows) {
     EXPECT_TRUE(device.log.entries.empty());
 }
 
-TEST_F(DataManagerTest, StatementsAreFormedExactlyAsOtherProgramsExpect) {
-    std::vector<std::string> seen;
-    Database::setStatementObserver([&](const std::string& sql) { seen.push_back(sql); });
-    struct Case {
-        std::function<void()> call;
-        const char* sql;
-    };
-    ActivatorTrigger trigger("libactivator.volume.down.press", 3, std::nullopt);
-    const Case cases[] = {
-        {[] { DataManager::insertPlaySettings(*settingsFor("a.lua", true, 3, 10, 1.25f)); },
-         "INSERT OR REPLACE INTO PLAY_SETTINGS (SCRIPT_TITLE, PLAY_DIRECTLY, TIME, INTERVAL, SPEED) VALUES "
-         "('a.lua', 1, 3,10, 1.2);"},
-        {[] { DataManager::updatePlaySettings(*settingsFor(std::nullopt, false, -1, 0, 0.75f)); },
-         "UPDATE PLAY_SETTINGS SET PLAY_DIRECTLY=0, TIME=-1, INTERVAL=0, SPEED=0.8 WHERE SCRIPT_TITLE='(null)';"},
-        {[] { DataManager::updateScriptTitleOfPlaySettingsFrom("old.lua", "new.lua"); },
-         "UPDATE PLAY_SETTINGS SET SCRIPT_TITLE='new.lua' WHERE SCRIPT_TITLE='old.lua';"},
-        {[] { DataManager::deletePlaySettingsByScriptTitle("a.lua"); },
-         "DELETE FROM PLAY_SETTINGS WHERE SCRIPT_TITLE='a.lua';"},
-        {[] { DataManager::findAllPlaySettings(); },
-         "SELECT SCRIPT_TITLE, PLAY_DIRECTLY, TIME, INTERVAL, SPEED FROM PLAY_SETTINGS ORDER BY ROW;"},
-        {[] { DataManager::findPlaySettingsByScriptTitle("a.lua"); },
-         "SELECT SCRIPT_TITLE, PLAY_DIRECTLY, TIME, INTERVAL, SPEED FROM PLAY_SETTINGS WHERE SCRIPT_TITLE='a.lua' "
-         "ORDER BY ROW;"},
-        {[] { DataManager::countPlaySettings(); }, "SELECT COUNT(*) FROM PLAY_SETTINGS;"},
-        {[&] { DataManager::addActivatorTrigger(trigger); },
-         "INSERT OR REPLACE INTO ACTIVATOR_TRIGGER (EVENT_NAME, FOR_WHAT, SCRIPT_TITLE) VALUES "
-         "('libactivator.volume.down.press', 3, '(null)');"},
-        {[] { DataManager::removeActivatorTrigger("e"); }, "DELETE FROM ACTIVATOR_TRIGGER WHERE EVENT_NAME='e';"},
-        {[] { DataManager::removeActivatorTriggerByScriptTitle("a.lua"); },
-         "DELETE FROM ACTIVATOR_TRIGGER WHERE SCRIPT_TITLE='a.lua';"},
-        {[] { DataManager::updateScriptTitleOfActivatorTriggerFrom("old.lua", "new.lua"); },
-         "UPDATE ACTIVATOR_TRIGGER SET SCRIPT_TITLE='new.lua' WHERE SCRIPT_TITLE='old.lua';"},
-        {[] { DataManager::getActivatorTriggersAll(); },
-         "SELECT EVENT_NAME, FOR_WHAT, SCRIPT_TITLE FROM ACTIVATOR_TRIGGER ORDER BY ROW;"},
-        {[] { DataManager::getActivatorTriggerByEventName("e"); },
-         "SELECT EVENT_NAME, FOR_WHAT, SCRIPT_TITLE FROM ACTIVATOR_TRIGGER WHERE EVENT_NAME='e' ORDER BY ROW;"},
-        {[] { DataManager::getActivatorTriggerByScriptTitle("a.lua"); },
-         "SELECT EVENT_NAME, FOR_WHAT, SCRIPT_TITLE FROM ACTIVATOR_TRIGGER WHERE SCRIPT_TITLE='a.lua' ORDER BY ROW;"},
-        {[] { DataManager::getActivatorTriggerForControlPanel(); },
-         "SELECT EVENT_NAME, FOR_WHAT, SCRIPT_TITLE FROM ACTIVATOR_TRIGGER WHERE FOR_WHAT=1;"},
-        {[] { DataManager::getActivatorTriggerForStartStopPlaying(); },
-         "SELECT EVENT_NAME, FOR_WHAT, SCRIPT_TITLE FROM ACTIVATOR_TRIGGER WHERE FOR_WHAT=2;"},
-    };
-    for (const Case& c : cases) {
-        seen.clear();
-        c.call();
-        EXPECT_EQ(seen, std::vector<std::string>{c.sql});
-    }
-    Database::setStatementObserver({});
-    EXPECT_TRUE(device.log.entries.empty()) << ::testing::PrintToString(loggedMessages());
-}
-
 TEST_F(DataManagerTest, DuplicateTitlesKeepEveryRowAndLookupsTakeTheOldest) {
     ASSERT_TRUE(DataManager::insertPlaySettings(*settingsFor("a.lua", false, 2, 3, 1.5f)));
     ASSERT_TRUE(DataManager::insertPlaySettings(*settingsFor("b.lua", true, 9, 9, 2.0f)));

@@ -4,10 +4,10 @@
 #include "Managers/Database.h"
 
 using namespace tactora;
-using tactora::testing::TemporaryDirectory;
+using tactora::testing::ScratchDirectory;
 
 TEST(Database, ReadsColumnsByNameWithoutRegardToCaseAndByIndex) {
-    TemporaryDirectory dir;
+    ScratchDirectory dir;
     Database db((dir.path() / "t.sqlite3").string());
     EXPECT_FALSE(db.executeUpdate("CREATE TABLE T (A TEXT);"));  // not open yet
     ASSERT_TRUE(db.open());
@@ -38,7 +38,7 @@ TEST(Database, ReadsColumnsByNameWithoutRegardToCaseAndByIndex) {
 }
 
 TEST(Database, ClosingEndsTheResultSetsStillOpen) {
-    TemporaryDirectory dir;
+    ScratchDirectory dir;
     auto db = std::make_unique<Database>((dir.path() / "t.sqlite3").string());
     ASSERT_TRUE(db->open());
     ASSERT_TRUE(db->executeUpdate("CREATE TABLE T (A INTEGER);"));

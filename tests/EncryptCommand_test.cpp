@@ -5,6 +5,7 @@
 #include <cstdlib>
 
 #include "CryptTestSupport.h"
+#include "ToolProcess.h"
 
 using namespace tactora::crypttest;
 
@@ -15,10 +16,7 @@ int exitCode(const std::string& command) {
     return WIFEXITED(status) ? WEXITSTATUS(status) : -1;
 }
 
-// Runs the tool with a shell command line after it; its exit code.
-int runTool(const std::string& arguments) {
-    return exitCode(std::string("'") + TACTORA_CLI + "' " + arguments + " >/dev/null 2>&1");
-}
+int runTool(const std::string& arguments) { return tactora::testing::runTool(arguments).exitCode; }
 
 std::vector<std::string> names(const ScratchDirectory& dir) {
     std::vector<std::string> out;

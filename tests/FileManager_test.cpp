@@ -23,7 +23,7 @@ TEST(FileManager, PrepareDirectoriesCreatesBothOnceAndStaysQuiet) {
     touch(device.map(devicepaths::scriptsDirectory) / fs::path("kept.lua"));
     EXPECT_TRUE(FileManager::prepareDirectories());
     EXPECT_TRUE(fs::exists(device.map(devicepaths::scriptsDirectory) / fs::path("kept.lua")));
-    EXPECT_TRUE(device.alerts.shown.empty());
+    EXPECT_TRUE(device.alerts.shown().empty());
     EXPECT_EQ(FileManager::scriptPath("a.lua"), device.map("/var/mobile/Library/Tactora/Scripts/a.lua").string());
 }
 
@@ -36,8 +36,8 @@ TEST(FileManager, AScriptsDirectoryThatCannotBeMadeIsReportedAndTheLibraryLeftAl
     fs::create_symlink(device.root.path() / "nowhere", scripts);
 
     EXPECT_FALSE(FileManager::prepareDirectories());
-    ASSERT_EQ(device.alerts.shown.size(), 1u);
-    const AlertRequest& alert = device.alerts.shown[0];
+    ASSERT_EQ(device.alerts.shown().size(), 1u);
+    const AlertRequest alert = device.alerts.shown()[0];
     EXPECT_EQ(alert.title, "Error");
     EXPECT_EQ(alert.message,
               "Failed to create Scripts directory. Info:" + std::make_error_code(std::errc::file_exists).message());
@@ -56,16 +56,16 @@ TEST(FileManager, ALibraryDirectoryThatCannotBeMadeIsReportedAfterTheScripts) {
 
     EXPECT_FALSE(FileManager::prepareDirectories());
     EXPECT_TRUE(fs::is_directory(device.map(devicepaths::scriptsDirectory)));
-    ASSERT_EQ(device.alerts.shown.size(), 1u);
-    EXPECT_EQ(device.alerts.shown[0].message,
+    ASSERT_EQ(device.alerts.shown().size(), 1u);
+    EXPECT_EQ(device.alerts.shown()[0].message,
               "Failed to create Library directory. Info:" + std::make_error_code(std::errc::file_exists).message());
 
     // Something that exists is taken as it is, even a plain file.
     fs::remove(library);
     std::ofstream(library) << "not a directory";
-    device.alerts.shown.clear();
+    device.alerts.clear();
     EXPECT_TRUE(FileManager::prepareDirectories());
-    EXPECT_TRUE(device.alerts.shown.empty());
+    EXPECT_TRUE(device.alerts.shown().empty());
     EXPECT_TRUE(fs::is_regular_file(library));
 }
 

@@ -8,7 +8,7 @@
 
 using namespace tactora;
 using tactora::host::FileUserDefaults;
-using tactora::testing::TemporaryDirectory;
+using tactora::testing::ScratchDirectory;
 namespace fs = std::filesystem;
 
 namespace {
@@ -23,7 +23,7 @@ std::string contentOf(const fs::path& path) {
 }  // namespace
 
 TEST(FileUserDefaults, ValuesKeepTheirTypeAcrossARestart) {
-    TemporaryDirectory dir;
+    ScratchDirectory dir;
     const std::string path = (dir.path() / "Preferences" / "defaults.json").string();  // directory made on demand
     {
         FileUserDefaults defaults(path);
@@ -48,7 +48,7 @@ TEST(FileUserDefaults, ValuesKeepTheirTypeAcrossARestart) {
 }
 
 TEST(FileUserDefaults, AChangeByAnotherWriterIsSeenAtTheNextRead) {
-    TemporaryDirectory dir;
+    ScratchDirectory dir;
     const std::string path = (dir.path() / "defaults.json").string();
     FileUserDefaults player(path);
     FileUserDefaults settingsTool(path);
@@ -67,7 +67,7 @@ TEST(FileUserDefaults, ADamagedFileReadsEmptyAndIsMovedAsideOnlyByTheNextChange)
         std::string("\0\0\0\0", 4),               // zeroes after a crash of the file system
     };
     for (const std::string& content : damaged) {
-        TemporaryDirectory dir;
+        ScratchDirectory dir;
         const fs::path path = dir.path() / "defaults.json";
         std::ofstream(path, std::ios::binary) << content;
         FileUserDefaults defaults(path.string());
@@ -82,7 +82,7 @@ TEST(FileUserDefaults, ADamagedFileReadsEmptyAndIsMovedAsideOnlyByTheNextChange)
 }
 
 TEST(FileUserDefaults, ValuesOfOtherKindsInTheFileAreSkipped) {
-    TemporaryDirectory dir;
+    ScratchDirectory dir;
     const fs::path path = dir.path() / "defaults.json";
     std::ofstream(path) << R"({"list": [1, 2], "nothing": null, "kept": "yes"})";
     FileUserDefaults defaults(path.string());

@@ -1,16 +1,25 @@
-// Fakes for the storage, language, alert and diagnostic ports, shared by the tests of the
-// foundation pieces (helpers, localisation, files, data store).
+// Fakes for the storage, language, alert, feedback, clock and diagnostic ports, and a device tree
+// under a temporary root. The alert, defaults, feedback and clock fakes may be called from a
+// script thread while the test thread reads them.
 #pragma once
 
 #include <unistd.h>
 
+#include <atomic>
+#include <ctime>
 #include <filesystem>
+#include <fstream>
+#include <functional>
 #include <map>
+#include <mutex>
+#include <sstream>
 #include <string>
 #include <vector>
 
 #include "Platform/Alerts.h"
+#include "Platform/Clock.h"
 #include "Platform/DiagnosticLog.h"
+#include "Platform/Feedback.h"
 #include "Platform/Languages.h"
 #include "Platform/Platform.h"
 #include "Platform/UserDefaults.h"
@@ -18,17 +27,28 @@
 
 namespace tactora::testing {
 
+// `values` may be read directly while no other thread uses the defaults.
 class MemoryUserDefaults final : public UserDefaults {
 public:
     std::map<std::string, DefaultsValue> values;
 
     std::optional<DefaultsValue> objectForKey(const std::string& key) const override {
+        std::lock_guard lock(mutex_);
         auto found = values.find(key);
         if (found == values.end()) return std::nullopt;
         return found->second;
     }
-    void setObject(const std::string& key, const DefaultsValue& value) override { values[key] = value; }
-    void removeObject(const std::string& key) override { values.erase(key); }
+    void setObject(const std::string& key, const DefaultsValue& value) override {
+        std::lock_guard lock(mutex_);
+        values[key] = value;
+    }
+    void removeObject(const std::string& key) override {
+        std::lock_guard lock(mutex_);
+        values.erase(key);
+    }
+
+private:
+    mutable std::mutex mutex_;
 };
 
 class FixedLanguages final : public Languages {
@@ -54,30 +74,128 @@ public:
 
 class RecordingAlerts final : public Alerts {
 public:
-    std::vector<AlertRequest> shown;
-    void showAlert(AlertRequest alert) override { shown.push_back(std::move(alert)); }
+    void showAlert(AlertRequest alert) override {
+        std::lock_guard lock(mutex_);
+        shown_.push_back(std::move(alert));
+    }
+    std::vector<AlertRequest> shown() const {
+        std::lock_guard lock(mutex_);
+        return shown_;
+    }
+    void clear() {
+        std::lock_guard lock(mutex_);
+        shown_.clear();
+    }
+
+private:
+    mutable std::mutex mutex_;
+    std::vector<AlertRequest> shown_;
+};
+
+class CountingFeedback final : public Feedback {
+public:
+    std::atomic<int> vibrations{0};
+    std::atomic<int> sounds{0};
+    std::mutex mutex;
+    std::vector<bool> idleTimerCalls;
+
+    void vibrate() override { ++vibrations; }
+    void playBundledSound() override { ++sounds; }
+    void resetIdleTimerAndUndim(bool playing) override {
+        std::lock_guard lock(mutex);
+        idleTimerCalls.push_back(playing);
+    }
+};
+
+// Local time stands at `now` and absolute time at `ticks`. Sleeps are written down instead of
+// slept (unless `realSleeps`); `onSleep` runs inside each one, on the sleeping thread, so that a
+// test can act "during" a pause.
+class FakeClock final : public Clock {
+public:
+    std::tm now{};
+    std::uint64_t ticks = 0;
+    bool realSleeps = false;
+    std::function<void(std::uint32_t microseconds)> onSleep;
+
+    FakeClock(int year, int month, int day, int hour, int minute, int second) {
+        now.tm_year = year - 1900;
+        now.tm_mon = month - 1;
+        now.tm_mday = day;
+        now.tm_hour = hour;
+        now.tm_min = minute;
+        now.tm_sec = second;
+    }
+    std::uint64_t absoluteTime() const override { return ticks; }
+    std::tm localNow() const override { return now; }
+    void sleepMicroseconds(std::uint32_t microseconds) override {
+        std::function<void(std::uint32_t)> hook;
+        {
+            std::lock_guard lock(mutex_);
+            sleeps_.push_back(microseconds);
+            hook = onSleep;
+        }
+        if (hook) hook(microseconds);
+        if (realSleeps) Clock::sleepMicroseconds(microseconds);
+    }
+    std::vector<std::uint32_t> sleeps() const {
+        std::lock_guard lock(mutex_);
+        return sleeps_;
+    }
+    size_t count(std::uint32_t microseconds) const {
+        size_t n = 0;
+        for (std::uint32_t sleep : sleeps()) n += sleep == microseconds;
+        return n;
+    }
+    void clear() {
+        std::lock_guard lock(mutex_);
+        sleeps_.clear();
+    }
+
+private:
+    mutable std::mutex mutex_;
+    std::vector<std::uint32_t> sleeps_;
 };
 
 // A fresh directory under the system's temporary directory, removed with everything in it.
-class TemporaryDirectory {
+class ScratchDirectory {
 public:
-    TemporaryDirectory() {
+    ScratchDirectory() {
         std::string pattern = (std::filesystem::temp_directory_path() / "tactora-test-XXXXXX").string();
         if (!mkdtemp(pattern.data())) throw std::runtime_error("mkdtemp failed");
         path_ = pattern;
     }
-    ~TemporaryDirectory() {
+    ~ScratchDirectory() {
         std::error_code ignored;
         std::filesystem::permissions(path_, std::filesystem::perms::owner_all, ignored);
         std::filesystem::remove_all(path_, ignored);
     }
-    TemporaryDirectory(const TemporaryDirectory&) = delete;
-    TemporaryDirectory& operator=(const TemporaryDirectory&) = delete;
+    ScratchDirectory(const ScratchDirectory&) = delete;
+    ScratchDirectory& operator=(const ScratchDirectory&) = delete;
     const std::filesystem::path& path() const { return path_; }
+    std::string file(const std::string& name) const { return (path_ / name).string(); }
 
 private:
     std::filesystem::path path_;
 };
+
+inline std::string readFile(const std::filesystem::path& path) {
+    std::ifstream in(path, std::ios::binary);
+    std::stringstream text;
+    text << in.rdbuf();
+    return text.str();
+}
+
+inline void writeFile(const std::filesystem::path& path, const std::string& text) {
+    std::filesystem::create_directories(path.parent_path());
+    std::ofstream(path, std::ios::binary) << text;
+}
+
+inline std::vector<std::string> lines(const std::string& text) {
+    std::vector<std::string> result;
+    std::istringstream in(text);
+    for (std::string line; std::getline(in, line);) result.push_back(line);
+    return result;
+}
 
 // A device tree under a temporary root, with in-memory defaults and recording log and alerts
 // installed for the scope of a test.
@@ -94,7 +212,7 @@ public:
     std::filesystem::path map(std::string_view devicePath) const { return paths.map(devicePath); }
 
     ScopedPlatform scope;
-    TemporaryDirectory root;
+    ScratchDirectory root;
     host::HostPaths paths;
     MemoryUserDefaults defaults;
     FixedLanguages languages;

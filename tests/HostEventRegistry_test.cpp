@@ -23,7 +23,7 @@ struct CountingListener final : LAListener {
 }  // namespace
 
 TEST(HostEventRegistry, KeepsAssignmentsAcrossRestartsAndDeliversToTheAssignedListener) {
-    TemporaryDirectory root;
+    ScratchDirectory root;
     const std::string file = (root.path() / "prefs" / "registry.json").string();
     {
         host::HostEventRegistry registry(file);
@@ -54,7 +54,7 @@ TEST(HostEventRegistry, KeepsAssignmentsAcrossRestartsAndDeliversToTheAssignedLi
 }
 
 TEST(HostEventRegistry, ABrokenFileIsSetAsideAndAFailedWriteKeepsTheOldFile) {
-    TemporaryDirectory root;
+    ScratchDirectory root;
     const std::string file = (root.path() / "registry.json").string();
     std::ofstream(file) << "{\"assignments\": [ {\"event\": 1";
     {

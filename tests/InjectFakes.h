@@ -1,39 +1,24 @@
-// Helpers shared by the injection tests: a scratch root, a main loop on a thread of its own and a
+// Helpers shared by the injection tests: a scratch root given as text, a main loop on a thread of its own and a
 // HID layer that keeps what it was asked to dispatch.
 #pragma once
 
 #include <gtest/gtest.h>
 
-#include <cstdlib>
-#include <filesystem>
 #include <mutex>
 #include <string>
 #include <thread>
 #include <vector>
 
+#include "FoundationFakes.h"
 #include "Platform/HIDDispatch.h"
 #include "host/MainLoop.h"
 
 namespace tactora::testing {
 
-// A fresh directory, removed with everything in it when the test ends.
-class TempRoot {
+// A scratch directory whose path the socket and receiver calls take as text.
+class TempRoot : public ScratchDirectory {
 public:
-    explicit TempRoot(const std::string& prefix = "tactora-inject") {
-        std::string pattern = (std::filesystem::temp_directory_path() / (prefix + "-XXXXXX")).string();
-        if (!::mkdtemp(pattern.data())) ADD_FAILURE() << "mkdtemp failed";
-        path_ = pattern;
-    }
-    ~TempRoot() {
-        std::error_code ignored;
-        std::filesystem::remove_all(path_, ignored);
-    }
-    TempRoot(const TempRoot&) = delete;
-    TempRoot& operator=(const TempRoot&) = delete;
-    const std::string& path() const { return path_; }
-
-private:
-    std::string path_;
+    std::string path() const { return ScratchDirectory::path().string(); }
 };
 
 // Runs a MainLoop on its own thread for the life of the object.

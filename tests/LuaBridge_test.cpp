@@ -40,31 +40,6 @@ std::string extensionsPath(const RuntimeDevice& device) {
 
 }  // namespace
 
-TEST(LuaBridge, RegistersTheScriptFunctionsUnderTheirNames) {
-    RuntimeDevice device;
-    writeFile(extensionsPath(device), "");
-    LuaBridge bridge;
-    bridge.runLuaString(R"(
-        local names = { "homeButtonDown", "homeButtonUp", "touchDown", "touchMove", "touchUp",
-            "rootPathOfDocuments", "rootDir", "logging", "log", "usleep", "alert", "vibrate",
-            "playAudio", "screenshot", "screenshotRegion", "getScreenSize", "getScreenResolution",
-            "getScreenBitDepth", "getColor", "findColor", "findImage", "appRun", "appKill",
-            "appIsActive" }
-        functions = 0
-        for _, name in ipairs(names) do
-            if type(_G[name]) == "function" then functions = functions + 1 end
-        end
-        sameRoot = rawequal(rootDir, rootPathOfDocuments)
-        sameLog = rawequal(log, logging)
-        noResults = select("#", homeButtonDown()) + select("#", homeButtonUp())
-    )");
-    EXPECT_EQ(global(bridge, "functions"), "24");
-    EXPECT_EQ(global(bridge, "sameRoot"), "true");
-    EXPECT_EQ(global(bridge, "sameLog"), "true");
-    EXPECT_EQ(global(bridge, "noResults"), "0");
-    EXPECT_EQ(device.log(), "");
-}
-
 TEST(LuaBridge, RequireFindsModulesKeptBesideTheScripts) {
     RuntimeDevice device;
     writeFile(extensionsPath(device), "");
@@ -120,7 +95,7 @@ TEST(LuaBridge, ScriptErrorsAreLoggedAndShownAsTheOptionsSay) {
     };
     const std::string expected = "[string \"error('boom')\"]:1: boom";
     for (Case options : {Case{true, true}, Case{true, false}, Case{false, true}, Case{false, false}}) {
-        SCOPED_TRACE(testing::Message() << "log " << options.logErrors << " alert " << options.alertErrors);
+        SCOPED_TRACE(::testing::Message() << "log " << options.logErrors << " alert " << options.alertErrors);
         RuntimeDevice device;
         writeFile(extensionsPath(device), "");
         device.options(options.logErrors, options.alertErrors);

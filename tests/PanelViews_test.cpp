@@ -4,7 +4,7 @@
 #include <climits>
 #include <filesystem>
 
-#include "ControlFakes.h"
+#include "RuntimeFakes.h"
 #include "Control/ActivatorManager.h"
 #include "Managers/DataManager.h"
 #include "Managers/Encrypt.h"

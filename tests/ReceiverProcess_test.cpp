@@ -2,9 +2,6 @@
 
 #include <gtest/gtest.h>
 #include <fcntl.h>
-#include <signal.h>
-#include <spawn.h>
-#include <sys/wait.h>
 #include <unistd.h>
 
 #include <chrono>
@@ -14,6 +11,7 @@
 #include <thread>
 
 #include "InjectFakes.h"
+#include "ToolProcess.h"
 #include "Kernel/EventSimulate.h"
 #include "Platform/Platform.h"
 #include "host/UnixMessagePorts.h"
@@ -22,8 +20,6 @@ using namespace tactora;
 using namespace tactora::host;
 using tactora::testing::TempRoot;
 using std::chrono::steady_clock;
-
-extern char** environ;
 
 namespace {
 
@@ -60,19 +56,6 @@ protected:
     UnixMessagePorts ports{root.path(), nullptr};
     ScopedPlatform scope;
 };
-
-// Runs the tool with `arguments` and returns its wait status.
-int runTool(std::vector<std::string> arguments) {
-    arguments.insert(arguments.begin(), TACTORA_CLI);
-    std::vector<char*> argv;
-    for (auto& argument : arguments) argv.push_back(argument.data());
-    argv.push_back(nullptr);
-    pid_t pid;
-    if (posix_spawn(&pid, TACTORA_CLI, nullptr, nullptr, argv.data(), environ) != 0) return -1;
-    int status = -1;
-    waitpid(pid, &status, 0);
-    return status;
-}
 
 }  // namespace
 
@@ -175,8 +158,7 @@ TEST(ReceiverProcess, ASecondReceiverForARootRefusesAndOneThatCannotStartIsRepor
     auto receiver = ensureReceiver(root.path(), "iphone-se", "", error, {TACTORA_CLI});
     ASSERT_TRUE(receiver) << error;
     EXPECT_TRUE(std::filesystem::exists(root.path() + "/hid-trace.jsonl"));
-    int status = runTool({"--root", root.path(), "receiver"});
-    EXPECT_TRUE(WIFEXITED(status) && WEXITSTATUS(status) == 1) << status;
+    EXPECT_EQ(tactora::testing::runTool("--root '" + root.path() + "' receiver").exitCode, 1);
     EXPECT_TRUE(receiverAnswers(root.path())) << "the refused one must not take the port down";
     receiver.reset();
 
@@ -198,14 +180,10 @@ TEST(ReceiverProcess, AReceiverEndsWhenItsStartersLifelineCloses) {
     posix_spawn_file_actions_t actions;
     posix_spawn_file_actions_init(&actions);
     posix_spawn_file_actions_adddup2(&actions, lifeline[0], 9);
-    std::vector<std::string> arguments = {TACTORA_CLI, "--root", root.path(), "receiver", "--watch-fd", "9"};
-    std::vector<char*> argv;
-    for (auto& argument : arguments) argv.push_back(argument.data());
-    argv.push_back(nullptr);
-    pid_t pid;
-    ASSERT_EQ(posix_spawn(&pid, TACTORA_CLI, &actions, nullptr, argv.data(), environ), 0);
+    tactora::testing::Child receiverChild({TACTORA_CLI, "--root", root.path(), "receiver", "--watch-fd", "9"}, &actions);
     posix_spawn_file_actions_destroy(&actions);
     close(lifeline[0]);
+    ASSERT_TRUE(receiverChild.running());
 
     auto begin = steady_clock::now();
     while (!receiverAnswers(root.path(), 0.1) && secondsSince(begin) < 5)
@@ -213,14 +191,5 @@ TEST(ReceiverProcess, AReceiverEndsWhenItsStartersLifelineCloses) {
     EXPECT_TRUE(receiverAnswers(root.path()));
 
     close(lifeline[1]);  // as if the starter had died
-    int status = 0;
-    begin = steady_clock::now();
-    while (waitpid(pid, &status, WNOHANG) == 0 && secondsSince(begin) < 5)
-        std::this_thread::sleep_for(std::chrono::milliseconds(10));
-    if (secondsSince(begin) >= 5) {
-        kill(pid, SIGKILL);
-        waitpid(pid, &status, 0);
-        FAIL() << "the receiver outlived its lifeline";
-    }
-    EXPECT_TRUE(WIFEXITED(status) && WEXITSTATUS(status) == 0) << status;
+    EXPECT_EQ(receiverChild.wait(std::chrono::seconds(5)), 0) << "the receiver must end, and end well";
 }

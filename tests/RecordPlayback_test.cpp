@@ -3,74 +3,20 @@
 // receiver's HID trace shows where and when the fingers went.
 #include <gtest/gtest.h>
 #include <httplib.h>
-#include <signal.h>
-#include <spawn.h>
-#include <sys/wait.h>
-#include <unistd.h>
 
 #include <chrono>
-#include <cmath>
 #include <fstream>
 #include <nlohmann/json.hpp>
 #include <sstream>
 #include <thread>
 
 #include "FoundationFakes.h"
+#include "ToolProcess.h"
 
 using namespace tactora::testing;
 using nlohmann::json;
 
-extern char** environ;
-
 namespace {
-
-// A child process of the CLI, ended and reaped on every path.
-class Child {
-public:
-    explicit Child(std::vector<std::string> arguments) {
-        std::vector<char*> argv;
-        for (auto& argument : arguments) argv.push_back(argument.data());
-        argv.push_back(nullptr);
-        if (posix_spawn(&pid_, argv[0], nullptr, nullptr, argv.data(), environ) != 0) pid_ = -1;
-    }
-    ~Child() {
-        if (pid_ > 0) {
-            ::kill(pid_, SIGKILL);
-            wait();
-        }
-    }
-    bool running() const { return pid_ > 0; }
-    // SIGTERM, then the exit status (-1 when it had to be killed).
-    int terminate(std::chrono::seconds grace = std::chrono::seconds(10)) {
-        ::kill(pid_, SIGTERM);
-        auto deadline = std::chrono::steady_clock::now() + grace;
-        while (std::chrono::steady_clock::now() < deadline) {
-            int status = 0;
-            if (::waitpid(pid_, &status, WNOHANG) == pid_) {
-                pid_ = -1;
-                return WIFEXITED(status) ? WEXITSTATUS(status) : -1;
-            }
-            std::this_thread::sleep_for(std::chrono::milliseconds(20));
-        }
-        return -1;
-    }
-    int wait() {
-        int status = 0;
-        ::waitpid(pid_, &status, 0);
-        pid_ = -1;
-        return WIFEXITED(status) ? WEXITSTATUS(status) : -1;
-    }
-
-private:
-    pid_t pid_ = -1;
-};
-
-std::string readFile(const std::filesystem::path& path) {
-    std::ifstream in(path, std::ios::binary);
-    std::stringstream text;
-    text << in.rdbuf();
-    return text.str();
-}
 
 // One moment of the input: the fingers (finger, phase, x, y) at time t (microseconds).
 struct Step {
@@ -81,7 +27,7 @@ struct Step {
 }  // namespace
 
 TEST(RecordPlayback, PlayingARecordingRepeatsThePositionsAndPausesOfTheInput) {
-    TemporaryDirectory root;
+    ScratchDirectory root;
     const std::string cli = TACTORA_CLI;
     const std::string rootPath = root.path().string();
     const auto scripts = root.path() / "var/mobile/Library/Tactora/Scripts";
@@ -90,9 +36,9 @@ TEST(RecordPlayback, PlayingARecordingRepeatsThePositionsAndPausesOfTheInput) {
     // Two fingers land together, move, rest and lift; then the home button.
     const std::vector<Step> steps = {
         {0, {{1, "down", 100, 200}, {2, "down", 220, 400}}},
-        {400000, {{1, "move", 120, 230}, {2, "still", 220, 400}}},
+        {200000, {{1, "move", 120, 230}, {2, "still", 220, 400}}},
         {900000, {{1, "move", 140, 260}, {2, "move", 200, 380}}},
-        {1400000, {{1, "up", 140, 260}, {2, "up", 200, 380}}},
+        {1300000, {{1, "up", 140, 260}, {2, "up", 200, 380}}},
     };
     std::ofstream input(root.path() / "input.jsonl");
     for (const Step& step : steps) {
@@ -104,12 +50,12 @@ TEST(RecordPlayback, PlayingARecordingRepeatsThePositionsAndPausesOfTheInput) {
     input.close();
 
     std::filesystem::create_directories(scripts);
-    Child record({cli, "--root", rootPath, "record", "--input", (root.path() / "input.jsonl").string(), "--output",
-                  (scripts / "recorded.lua").string()});
-    ASSERT_TRUE(record.running());
-    ASSERT_EQ(record.wait(), 0);
+    ASSERT_EQ(runTool("--root '" + rootPath + "' record --input '" + (root.path() / "input.jsonl").string() +
+                      "' --output '" + (scripts / "recorded.lua").string() + "'")
+                  .exitCode,
+              0);
     const std::string script = readFile(scripts / "recorded.lua");
-    EXPECT_NE(script.find("\ntouchDown(1, 100.0, 200.0);\n\ntouchDown(2, 220.0, 400.0);\nusleep(400000.00);\n"),
+    EXPECT_NE(script.find("\ntouchDown(1, 100.0, 200.0);\n\ntouchDown(2, 220.0, 400.0);\nusleep(200000.00);\n"),
               std::string::npos)
         << script;
 
@@ -175,8 +121,13 @@ TEST(RecordPlayback, PlayingARecordingRepeatsThePositionsAndPausesOfTheInput) {
             EXPECT_EQ((*seen)["touch"].get<bool>(), phase != "up") << "step " << i;
         }
         if (i == 0) continue;
+        // The receiver stamps a hand when the sync arrives, and the player sleeps only after the
+        // sync was answered: the gap in the trace can never be shorter than the recorded pause.
+        // A busy machine only lengthens it, so the upper bound is loose; the pauses differ enough
+        // that one played twice or taken from another step still fails.
         const double pause = step.t - steps[i - 1].t;
         const double played = hands[i]["t_us"].get<double>() - hands[i - 1]["t_us"].get<double>();
-        EXPECT_NEAR(played, pause, pause * 0.05) << "pause before step " << i;
+        EXPECT_GE(played, pause - 1) << "pause before step " << i;
+        EXPECT_LT(played, pause * 1.5) << "pause before step " << i;
     }
 }

@@ -5,7 +5,7 @@
 #include <fstream>
 #include <sstream>
 
-#include "ControlFakes.h"
+#include "RuntimeFakes.h"
 #include "Kernel/Recorder.h"
 #include "Models/Global.h"
 
@@ -13,13 +13,6 @@ using namespace tactora;
 using namespace tactora::testing;
 
 namespace {
-
-std::string readFile(const std::filesystem::path& path) {
-    std::ifstream in(path, std::ios::binary);
-    std::stringstream text;
-    text << in.rdbuf();
-    return text.str();
-}
 
 HIDEvent fingers(std::uint64_t timestamp, std::vector<HIDDigitizerChild> children) {
     HIDEvent event;

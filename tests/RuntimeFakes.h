@@ -1,38 +1,34 @@
-// Fakes for the ports the script runtime and the runner use: injection sends, sleeps, alerts,
-// feedback, queues and defaults. Every fake is safe to call from the script thread while the test
-// thread reads it.
+// Fakes for the script runtime and the controller: a recording injection port, queues whose
+// background threads are joined, and two devices built on FakeDevice: RuntimeDevice for the
+// interpreter and the runner, ControlDevice, a simulated SpringBoard for the controller, the
+// panels and the recorder.
 #pragma once
 
-#include <unistd.h>
-
-#include <atomic>
-#include <condition_variable>
+#include <chrono>
 #include <cstdint>
 #include <filesystem>
-#include <fstream>
 #include <functional>
-#include <map>
 #include <mutex>
 #include <span>
-#include <sstream>
 #include <string>
 #include <thread>
 #include <vector>
 
+#include "FoundationFakes.h"
 #include "Kernel/EventSimulate.h"
 #include "Models/Global.h"
-#include "Platform/Alerts.h"
-#include "Platform/Clock.h"
-#include "Platform/Feedback.h"
+#include "Platform/Display.h"
 #include "Platform/MessagePorts.h"
-#include "Platform/Platform.h"
 #include "Platform/Queues.h"
-#include "Platform/UserDefaults.h"
-#include "host/HostPaths.h"
+#include "host/HostAlerts.h"
+#include "host/HostEventRegistry.h"
+#include "host/HostHIDSource.h"
+#include "host/HostPresenter.h"
 #include "host/MainLoop.h"
+#include "host/OpenSSLCrypto.h"
 #include "host/SimulatedApps.h"
 
-namespace tactora::runtimetest {
+namespace tactora::testing {
 
 struct SentMessage {
     std::int32_t id;
@@ -91,105 +87,6 @@ private:
     std::shared_ptr<Log> log_ = std::make_shared<Log>();
 };
 
-// Sleeps are written down instead of slept (unless `realSleeps`); `onSleep` runs inside each one,
-// on the sleeping thread, so a test can act "during" a pause.
-class FakeClock final : public Clock {
-public:
-    std::tm now{};
-    bool realSleeps = false;
-    std::function<void(std::uint32_t microseconds)> onSleep;
-
-    FakeClock() {
-        now.tm_year = 2026 - 1900;
-        now.tm_mon = 2;  // March
-        now.tm_mday = 7;
-        now.tm_hour = 9;
-        now.tm_min = 5;
-        now.tm_sec = 3;
-    }
-    std::tm localNow() const override { return now; }
-    void sleepMicroseconds(std::uint32_t microseconds) override {
-        std::function<void(std::uint32_t)> hook;
-        {
-            std::lock_guard lock(mutex_);
-            sleeps_.push_back(microseconds);
-            hook = onSleep;
-        }
-        if (hook) hook(microseconds);
-        if (realSleeps) Clock::sleepMicroseconds(microseconds);
-    }
-    std::vector<std::uint32_t> sleeps() const {
-        std::lock_guard lock(mutex_);
-        return sleeps_;
-    }
-    size_t count(std::uint32_t microseconds) const {
-        size_t n = 0;
-        for (std::uint32_t sleep : sleeps()) n += sleep == microseconds;
-        return n;
-    }
-    void clear() {
-        std::lock_guard lock(mutex_);
-        sleeps_.clear();
-    }
-
-private:
-    mutable std::mutex mutex_;
-    std::vector<std::uint32_t> sleeps_;
-};
-
-class RecordingAlerts final : public Alerts {
-public:
-    void showAlert(AlertRequest alert) override {
-        std::lock_guard lock(mutex_);
-        shown_.push_back(std::move(alert));
-    }
-    std::vector<AlertRequest> shown() const {
-        std::lock_guard lock(mutex_);
-        return shown_;
-    }
-
-private:
-    mutable std::mutex mutex_;
-    std::vector<AlertRequest> shown_;
-};
-
-class CountingFeedback final : public Feedback {
-public:
-    std::atomic<int> vibrations{0};
-    std::atomic<int> sounds{0};
-    std::mutex mutex;
-    std::vector<bool> idleTimerCalls;
-
-    void vibrate() override { ++vibrations; }
-    void playBundledSound() override { ++sounds; }
-    void resetIdleTimerAndUndim(bool playing) override {
-        std::lock_guard lock(mutex);
-        idleTimerCalls.push_back(playing);
-    }
-};
-
-class MemoryDefaults final : public UserDefaults {
-public:
-    std::optional<DefaultsValue> objectForKey(const std::string& key) const override {
-        std::lock_guard lock(mutex_);
-        auto found = values_.find(key);
-        if (found == values_.end()) return std::nullopt;
-        return found->second;
-    }
-    void setObject(const std::string& key, const DefaultsValue& value) override {
-        std::lock_guard lock(mutex_);
-        values_[key] = value;
-    }
-    void removeObject(const std::string& key) override {
-        std::lock_guard lock(mutex_);
-        values_.erase(key);
-    }
-
-private:
-    mutable std::mutex mutex_;
-    std::map<std::string, DefaultsValue> values_;
-};
-
 // The main queue is a MainLoop the test pumps; background work runs on threads joined when the
 // queues go, so no run outlives the fakes it uses.
 class JoiningQueues final : public Queues {
@@ -217,62 +114,20 @@ private:
     std::vector<std::thread> threads_;
 };
 
-// A fresh directory, removed with everything in it.
-class ScratchDirectory {
-public:
-    ScratchDirectory() {
-        std::string pattern = (std::filesystem::temp_directory_path() / "tactora-runtime-XXXXXX").string();
-        if (!mkdtemp(pattern.data())) throw std::runtime_error("mkdtemp failed");
-        path_ = pattern;
-    }
-    ~ScratchDirectory() {
-        std::error_code ignored;
-        std::filesystem::remove_all(path_, ignored);
-    }
-    ScratchDirectory(const ScratchDirectory&) = delete;
-    ScratchDirectory& operator=(const ScratchDirectory&) = delete;
-    const std::filesystem::path& path() const { return path_; }
-
-private:
-    std::filesystem::path path_;
-};
-
-inline std::string readFile(const std::filesystem::path& path) {
-    std::ifstream in(path, std::ios::binary);
-    std::stringstream text;
-    text << in.rdbuf();
-    return text.str();
-}
-
-inline void writeFile(const std::filesystem::path& path, const std::string& text) {
-    std::filesystem::create_directories(path.parent_path());
-    std::ofstream(path, std::ios::binary) << text;
-}
-
-inline std::vector<std::string> lines(const std::string& text) {
-    std::vector<std::string> result;
-    std::istringstream in(text);
-    for (std::string line; std::getline(in, line);) result.push_back(line);
-    return result;
-}
-
 inline constexpr const char* logErrorsKey = "TACTORA.SETTINGS.LOG_ERRORS";
 inline constexpr const char* showErrorsByAlertKey = "TACTORA.SETTINGS.SHOW_ERRORS_BY_ALERT";
 inline constexpr const char* showPlayFinishedAlertKey = "TACTORA.SETTINGS.SHOW_PLAY_FINISHED_ALERT";
 
-// A device for the script runtime: a temporary root with the scripts and library directories,
-// recording injection port, fake clock, alerts, feedback, apps and defaults, a main loop the test
-// pumps and background threads it joins. Global is reset on both ends.
-class RuntimeDevice {
+// A device for the script runtime: the scripts and library directories, recording injection port,
+// fake clock, feedback and apps, a main loop the test pumps and background threads it joins.
+// Global is reset on both ends.
+class RuntimeDevice : public FakeDevice {
 public:
-    RuntimeDevice() : paths(root.path().string()), queues(loop) {
+    RuntimeDevice() : queues(loop) {
         Global::sharedInstance().reset();
         EventSimulate::resetConnection();
         Platform& p = platform();
-        p.paths = &paths;
-        p.userDefaults = &defaults;
         p.clock = &clock;
-        p.alerts = &alerts;
         p.feedback = &feedback;
         p.apps = &apps;
         p.messagePorts = &ports;
@@ -287,7 +142,6 @@ public:
         EventSimulate::resetConnection();
     }
 
-    std::filesystem::path map(std::string_view devicePath) const { return paths.map(devicePath); }
     std::filesystem::path logFile() const { return map("/var/mobile/Library/Tactora/Library/log.log"); }
     std::string log() const { return readFile(logFile()); }
     std::vector<std::string> logLines() const { return lines(log()); }
@@ -299,12 +153,7 @@ public:
         defaults.setObject(showPlayFinishedAlertKey, finishedAlert);
     }
 
-    ScopedPlatform scope;
-    ScratchDirectory root;
-    host::HostPaths paths;
-    MemoryDefaults defaults;
-    FakeClock clock;
-    RecordingAlerts alerts;
+    FakeClock clock{2026, 3, 7, 9, 5, 3};
     CountingFeedback feedback;
     host::SimulatedApps apps;
     RecordingPorts ports;
@@ -312,4 +161,71 @@ public:
     JoiningQueues queues;
 };
 
-}  // namespace tactora::runtimetest
+class FixedDisplay final : public Display {
+public:
+    Size size{320, 568};
+    Size bounds() const override { return size; }
+    double scale() const override { return 2.0; }
+};
+
+// A simulated SpringBoard: the host's event registry, alerts, panels and HID source, a main loop
+// that the test thread runs, and counted feedback. Sleeps are real.
+class ControlDevice : public FakeDevice {
+public:
+    ControlDevice()
+        : queues(loop),
+          registry((root.path() / "registry.json").string()),
+          hidSource(queues) {
+        Global::sharedInstance().reset();
+        clock.realSleeps = true;
+        Platform& p = platform();
+        p.alerts = &hostAlerts;
+        p.presenter = &presenter;
+        p.eventRegistry = &registry;
+        p.feedback = &feedback;
+        p.queues = &queues;
+        p.clock = &clock;
+        p.hidSource = &hidSource;
+        p.display = &display;
+        p.crypto = &crypto;
+    }
+    ~ControlDevice() {
+        loop.drain();
+        Global::sharedInstance().reset();
+    }
+
+    std::filesystem::path scriptsDirectory() const { return map(devicepaths::scriptsDirectory); }
+    std::string writeScript(const std::string& name, const std::string& text = "-- nothing\n") const {
+        std::filesystem::path path = scriptsDirectory() / name;
+        writeFile(path, text);
+        return path.string();
+    }
+    // Runs the main loop until `done` holds (at most a few seconds).
+    bool runUntil(const std::function<bool()>& done, std::chrono::milliseconds timeout = std::chrono::seconds(5)) {
+        return loop.runUntil(done, timeout);
+    }
+    // The messages of the open alerts, oldest first.
+    std::vector<std::string> alertMessages() const {
+        std::vector<std::string> messages;
+        for (const auto& alert : hostAlerts.openAlerts()) messages.push_back(alert.request.message);
+        return messages;
+    }
+
+    host::MainLoop loop;
+    host::HostQueues queues;
+    host::HostEventRegistry registry;
+    host::HostAlerts hostAlerts;
+    host::HostPresenter presenter;
+    host::HostHIDSource hidSource;
+    CountingFeedback feedback;
+    FakeClock clock{2014, 5, 1, 13, 45, 10};
+    FixedDisplay display;
+    host::OpenSSLCrypto crypto;
+};
+
+}  // namespace tactora::testing
+
+namespace tactora {
+// The runtime tests' name for the shared fakes.
+namespace runtimetest = testing;
+}  // namespace tactora

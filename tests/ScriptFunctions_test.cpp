@@ -125,7 +125,7 @@ TEST(ScriptFunctions, SleepsScaleLinearlyWithThePlaySpeedInSinglePrecision) {
     };
     RuntimeDevice device;
     for (const Case& test : cases) {
-        SCOPED_TRACE(testing::Message() << test.requested << " at " << test.speed.value_or(-99));
+        SCOPED_TRACE(::testing::Message() << test.requested << " at " << test.speed.value_or(-99));
         setSpeed(test.speed);
         device.clock.clear();
         customUsleep(test.requested);

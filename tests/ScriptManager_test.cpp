@@ -83,7 +83,7 @@ TEST(ScriptManager, PlaysAsOftenAsAskedWithTheIntervalOnlyBetweenPasses) {
         {2, 5000, {500000, 16000, 4000000000u, 1000000000u, 16000, 500000}},
     };
     for (const Case& test : cases) {
-        SCOPED_TRACE(testing::Message() << test.repeatTime << " times, " << test.repeatInterval << " s apart");
+        SCOPED_TRACE(::testing::Message() << test.repeatTime << " times, " << test.repeatInterval << " s apart");
         Runner runner;
         runner.play("log('pass')", test.repeatTime, test.repeatInterval);
         EXPECT_EQ(runner.passes(), static_cast<size_t>(test.repeatTime));
@@ -146,7 +146,7 @@ TEST(ScriptManager, TheRepeatCountIsReadAgainAfterEveryPass) {
         size_t passes;
     };
     for (Case test : {Case{5, 2, 2}, Case{5, 0, 1}, Case{1, 3, 3}}) {
-        SCOPED_TRACE(testing::Message() << test.start << " -> " << test.changedTo);
+        SCOPED_TRACE(::testing::Message() << test.start << " -> " << test.changedTo);
         Runner runner;
         std::atomic<bool> changed{false};
         runner.device.clock.onSleep = [&](std::uint32_t microseconds) {
@@ -195,7 +195,7 @@ TEST(ScriptManager, OnlyARunStartedAtOnceWithTheOptionOnShowsTheFinishedAlert) {
         {0, true, true, true, true},
     };
     for (const Case& test : cases) {
-        SCOPED_TRACE(testing::Message() << "later " << test.nowOrLater << " ready " << test.readyToPlay
+        SCOPED_TRACE(::testing::Message() << "later " << test.nowOrLater << " ready " << test.readyToPlay
                                         << " option " << test.finishedAlertOption);
         Runner runner;
         runner.device.options(true, true, test.finishedAlertOption);

@@ -6,30 +6,18 @@
 #include <fstream>
 
 #include "FoundationFakes.h"
+#include "ToolProcess.h"
 #include "Managers/DataManager.h"
 #include "host/FileUserDefaults.h"
 
 using namespace tactora;
+using tactora::testing::ToolRun;
 namespace fs = std::filesystem;
 
 namespace {
 
-struct ToolRun {
-    int exitCode;
-    std::string output;
-};
-
 ToolRun runTool(const fs::path& root, const std::string& arguments) {
-    std::string command = std::string(TACTORA_CLI) + " --root '" + root.string() + "' " + arguments + " 2>/dev/null";
-    ToolRun run{-1, {}};
-    FILE* pipe = ::popen(command.c_str(), "r");
-    if (!pipe) return run;
-    char buffer[4096];
-    std::size_t n;
-    while ((n = std::fread(buffer, 1, sizeof buffer, pipe)) > 0) run.output.append(buffer, n);
-    int status = ::pclose(pipe);
-    run.exitCode = WIFEXITED(status) ? WEXITSTATUS(status) : -1;
-    return run;
+    return tactora::testing::runTool("--root '" + root.string() + "' " + arguments);
 }
 
 }  // namespace

@@ -4,21 +4,18 @@
 #include <fcntl.h>
 #include <signal.h>
 #include <sys/stat.h>
-#include <termios.h>
 #include <unistd.h>
 
 #include <cerrno>
 #include <cstdio>
-#include <cstdlib>
 #include <cstring>
-#include <fstream>
 #include <iostream>
 #include <memory>
 #include <optional>
-#include <sstream>
 #include <string>
 
 #include "Command.h"
+#include "Password.h"
 #include "Managers/Cryptor.h"
 #include "Managers/Encrypt.h"
 #include "host/HostPlatform.h"
@@ -30,77 +27,10 @@ namespace {
 struct CryptOptions {
     std::string file;
     std::string output;
-    std::optional<std::string> password;
-    std::string passwordFile;
+    PasswordSource password;
 };
 
 void fail(const std::string& message) { std::cerr << "tactora: " << message << "\n"; }
-
-// Reads one line from the terminal with echo off. None without a terminal.
-std::optional<std::string> promptHidden(const char* prompt) {
-    int tty = ::open("/dev/tty", O_RDWR | O_CLOEXEC);
-    if (tty < 0) return std::nullopt;
-    termios saved{};
-    bool restore = ::tcgetattr(tty, &saved) == 0;
-    if (restore) {
-        termios quiet = saved;
-        quiet.c_lflag &= ~tcflag_t(ECHO);
-        quiet.c_lflag |= ECHONL;
-        ::tcsetattr(tty, TCSAFLUSH, &quiet);
-    }
-    (void)!::write(tty, prompt, std::strlen(prompt));
-    std::string line;
-    char c;
-    bool gotAny = false;
-    while (::read(tty, &c, 1) == 1) {
-        gotAny = true;
-        if (c == '\n') break;
-        line.push_back(c);
-    }
-    if (restore) ::tcsetattr(tty, TCSAFLUSH, &saved);
-    ::close(tty);
-    if (!gotAny) return std::nullopt;
-    if (!line.empty() && line.back() == '\r') line.pop_back();
-    return line;
-}
-
-// --password, then --password-file, then $TACTORA_PASSWORD, then a prompt on the terminal.
-std::optional<std::string> choosePassword(const CryptOptions& options, bool confirm) {
-    if (options.password) return options.password;
-    if (!options.passwordFile.empty()) {
-        std::ifstream in(options.passwordFile, std::ios::binary);
-        if (!in) {
-            fail("cannot read the password file " + options.passwordFile + ": " + std::strerror(errno));
-            return std::nullopt;
-        }
-        std::stringstream all;
-        all << in.rdbuf();
-        std::string password = all.str();
-        // One line: the line break a text editor adds is not part of the password.
-        if (!password.empty() && password.back() == '\n') password.pop_back();
-        if (!password.empty() && password.back() == '\r') password.pop_back();
-        return password;
-    }
-    if (const char* fromEnvironment = std::getenv("TACTORA_PASSWORD")) return std::string(fromEnvironment);
-
-    std::optional<std::string> password = promptHidden("Password: ");
-    if (!password) {
-        fail("no password: give --password, --password-file or TACTORA_PASSWORD, or run on a terminal");
-        return std::nullopt;
-    }
-    if (confirm) {
-        if (password->empty()) {
-            fail("the password is empty");
-            return std::nullopt;
-        }
-        std::optional<std::string> again = promptHidden("Password again: ");
-        if (again != password) {
-            fail("the passwords differ");
-            return std::nullopt;
-        }
-    }
-    return password;
-}
 
 // The temporary file being written, removed if the process is interrupted.
 char interruptedTemporary[4096];
@@ -152,7 +82,7 @@ int streamInto(bool encrypting, const std::string& input, const std::string& tar
 }
 
 int runEncrypt(const CryptOptions& options, GlobalOptions& global) {
-    std::optional<std::string> password = choosePassword(options, true);
+    std::optional<std::string> password = options.password.choose(true);
     if (!password) return 2;
     host::HostPlatform host(global.host);
     std::string target = options.output.empty() ? options.file + ".e" : options.output;
@@ -178,19 +108,12 @@ int runDecrypt(const CryptOptions& options, GlobalOptions& global) {
         fail(options.file + " is too short to be an encrypted script (" + std::to_string(info.st_size) + " bytes)");
         return 1;
     }
-    std::optional<std::string> password = choosePassword(options, false);
+    std::optional<std::string> password = options.password.choose(false);
     if (!password) return 2;
     host::HostPlatform host(global.host);
     int code = streamInto(false, options.file, target, *password);
     if (code == 0) std::cout << target << "\n";
     return code;
-}
-
-void addPasswordOptions(CLI::App& command, CryptOptions& options) {
-    command.add_option("--password", options.password, "The password (visible to other users in the process list)");
-    command.add_option("--password-file", options.passwordFile,
-                       "Read the password from this file (one line; a final line break is dropped)")
-        ->check(CLI::ExistingFile);
 }
 
 void setup(CLI::App& app, GlobalOptions& global) {
@@ -200,7 +123,7 @@ void setup(CLI::App& app, GlobalOptions& global) {
                    "$TACTORA_PASSWORD or a prompt)");
     encrypt->add_option("file", encryptOptions->file, "The script to encrypt")->required()->check(CLI::ExistingFile);
     encrypt->add_option("-o,--output", encryptOptions->output, "Where to write (default: FILE.e)");
-    addPasswordOptions(*encrypt, *encryptOptions);
+    encryptOptions->password.addOptions(*encrypt);
     encrypt->callback([&global, encryptOptions] { global.exitCode = runEncrypt(*encryptOptions, global); });
 
     auto decryptOptions = std::make_shared<CryptOptions>();
@@ -208,7 +131,7 @@ void setup(CLI::App& app, GlobalOptions& global) {
         "decrypt", "Decrypt FILE.e into FILE; a wrong password leaves no output and exits with 1");
     decrypt->add_option("file", decryptOptions->file, "The encrypted script")->required()->check(CLI::ExistingFile);
     decrypt->add_option("-o,--output", decryptOptions->output, "Where to write (default: FILE without .e)");
-    addPasswordOptions(*decrypt, *decryptOptions);
+    decryptOptions->password.addOptions(*decrypt);
     decrypt->callback([&global, decryptOptions] { global.exitCode = runDecrypt(*decryptOptions, global); });
 }
 

@@ -5,11 +5,7 @@
 #include <cstdlib>
 #include <limits>
 
-extern "C" {
-#include <lauxlib.h>
-#include <lua.h>
-}
-
+#include "Kernel/LuaProxy.h"
 #include "Kernel/MatchList.h"
 #include "Kernel/ScreenFunctions.h"
 #include "Kernel/ScriptFunctions.h"
@@ -25,6 +21,13 @@ std::int64_t numberToInteger(lua_Number value) {
     if (value >= 9223372036854775807.0) return std::numeric_limits<std::int64_t>::max();
     if (value <= -9223372036854775808.0) return std::numeric_limits<std::int64_t>::min();
     return static_cast<std::int64_t>(value);
+}
+
+// Pushes a width and a height as integers.
+int pushSize(lua_State* L, std::pair<double, double> size) {
+    lua_pushinteger(L, static_cast<lua_Integer>(numberToInteger(size.first)));
+    lua_pushinteger(L, static_cast<lua_Integer>(numberToInteger(size.second)));
+    return 2;
 }
 
 // Pushes the search result as a sequence of {x, y} and releases it. A null result (out of
@@ -45,35 +48,21 @@ void pushMatches(lua_State* L, MatchList* list) {
 
 }  // namespace
 
-int screenshotProxy(lua_State* L) {
-    const char* path = luaL_checklstring(L, 1, nullptr);
-    screenshot(path);
-    return 0;
-}
+int screenshotProxy(lua_State* L) { return stringArgumentProxy<&screenshot>(L); }
 
 int screenshotRegionProxy(lua_State* L) {
     const char* path = luaL_checklstring(L, 1, nullptr);
-    auto x = static_cast<std::int32_t>(luaL_checkinteger(L, 2));
-    auto y = static_cast<std::int32_t>(luaL_checkinteger(L, 3));
-    auto width = static_cast<std::int32_t>(luaL_checkinteger(L, 4));
-    auto height = static_cast<std::int32_t>(luaL_checkinteger(L, 5));
+    std::int32_t x = checkInt32(L, 2);
+    std::int32_t y = checkInt32(L, 3);
+    std::int32_t width = checkInt32(L, 4);
+    std::int32_t height = checkInt32(L, 5);
     screenshotRegion(path, x, y, width, height);
     return 0;
 }
 
-int getScreenSizeProxy(lua_State* L) {
-    auto [width, height] = getScreenSize();
-    lua_pushinteger(L, static_cast<lua_Integer>(numberToInteger(width)));
-    lua_pushinteger(L, static_cast<lua_Integer>(numberToInteger(height)));
-    return 2;
-}
+int getScreenSizeProxy(lua_State* L) { return pushSize(L, getScreenSize()); }
 
-int getScreenResolutionProxy(lua_State* L) {
-    auto [width, height] = getScreenResolution();
-    lua_pushinteger(L, static_cast<lua_Integer>(numberToInteger(width)));
-    lua_pushinteger(L, static_cast<lua_Integer>(numberToInteger(height)));
-    return 2;
-}
+int getScreenResolutionProxy(lua_State* L) { return pushSize(L, getScreenResolution()); }
 
 int getScreenBitDepthProxy(lua_State* L) {
     lua_pushinteger(L, getScreenBitDepth());

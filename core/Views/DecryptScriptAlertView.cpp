@@ -54,7 +54,7 @@ void DecryptScriptAlertView::alertViewClickedButtonAtIndex(int buttonIndex, cons
     if (content) {
         platform().userDefaults->setObject(scriptPasswordKey(path), password);
         if (settings) settings->setScriptContent(std::move(content));
-        if (delegate_) delegate_->decryptScriptAlertViewDidConfirmToPlay(*this);
+        if (auto delegate = delegate_.lock()) delegate->decryptScriptAlertViewDidConfirmToPlay(*this);
     } else {
         AlertRequest wrong;
         wrong.message = localizedText("Wrong password!");
@@ -70,7 +70,7 @@ void DecryptScriptAlertView::alertViewDidDismissWithButtonIndex(int) {
     if (dismissed_) return;
     dismissed_ = true;
     auto self = shared_from_this();
-    if (delegate_) delegate_->decryptScriptAlertViewDidDismiss(*this);
+    if (auto delegate = delegate_.lock()) delegate->decryptScriptAlertViewDidDismiss(*this);
 }
 
 std::string DecryptScriptAlertView::titleText() const { return localizedText("Tactora"); }

@@ -41,13 +41,14 @@ public:
     std::string cancelButtonTitle() const;
     std::string confirmButtonTitle() const;
 
-    const std::shared_ptr<DecryptScriptAlertViewDelegate>& decryptScriptAlertViewDelegate() const { return delegate_; }
+    std::shared_ptr<DecryptScriptAlertViewDelegate> decryptScriptAlertViewDelegate() const { return delegate_.lock(); }
     void setDecryptScriptAlertViewDelegate(std::shared_ptr<DecryptScriptAlertViewDelegate> delegate) {
         delegate_ = std::move(delegate);
     }
 
 private:
-    std::shared_ptr<DecryptScriptAlertViewDelegate> delegate_;
+    // Weak, like any delegate: the delegate usually owns the prompt.
+    std::weak_ptr<DecryptScriptAlertViewDelegate> delegate_;
     bool dismissed_ = false;
 };
 

@@ -82,7 +82,7 @@ void PlaySettingsView::buttonClicked(int tag) {
             settings->setPlaySpeed(static_cast<float>(playSpeedStepper_.value));
             settings->setPlayNowOrLater(tag == playNowButtonTag ? 0 : 1);
         }
-        if (delegate_) delegate_->playSettingsViewDidConfirmToPlay(*this);
+        if (auto delegate = delegate_.lock()) delegate->playSettingsViewDidConfirmToPlay(*this);
     }
     dismissAnimated(true);
 }
@@ -94,7 +94,7 @@ void PlaySettingsView::dismissAnimated(bool animated) {
     dismissed_ = true;
     auto self = shared_from_this();
     platform().presenter->dismiss(*this, animated);
-    if (delegate_) delegate_->playSettingsViewDidDismiss(*this);
+    if (auto delegate = delegate_.lock()) delegate->playSettingsViewDidDismiss(*this);
 }
 
 void PlaySettingsView::pressStepperPlus(int tag) {

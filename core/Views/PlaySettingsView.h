@@ -55,6 +55,11 @@ public:
         static constexpr double alpha = 0.96;
         static constexpr double cornerRadius = 4;
         static constexpr double repeatCountTextFieldWidth = 60;
+        static constexpr double titleFontSize = 18;        // bold, black, centred
+        static constexpr double messageFontSize = 10;      // dark grey, centred
+        static constexpr double settingFontSize = 14;      // the three rows' labels and values
+        static constexpr double playButtonFontSize = 16;   // Play Now (primary), Play Later (info)
+        static constexpr double cancelButtonFontSize = 14;
         static constexpr std::array<std::string_view, 14> viewNames = {
             "titleLabel", "messageLabel", "repeatCountLabel", "repeatCountTextField", "repeatCountStepper",
             "repeatIntervalLabel", "repeatIntervalValueLabel", "repeatIntervalStepper", "playSpeedLabel",
@@ -112,7 +117,7 @@ public:
     std::string playSpeedLabelText() const;
     std::string buttonTitle(int tag) const;
 
-    const std::shared_ptr<PlaySettingsViewDelegate>& delegate() const { return delegate_; }
+    std::shared_ptr<PlaySettingsViewDelegate> delegate() const { return delegate_.lock(); }
     void setDelegate(std::shared_ptr<PlaySettingsViewDelegate> delegate) { delegate_ = std::move(delegate); }
     bool isDismissed() const { return dismissed_; }
 
@@ -125,7 +130,8 @@ private:
     Stepper repeatIntervalStepper_{repeatIntervalStepperTag, 1, 0, 1000000, 1};
     std::string playSpeedValueText_ = "1x";
     Stepper playSpeedStepper_{playSpeedStepperTag, 1.0, 0.1, 1.9, 0.1};
-    std::shared_ptr<PlaySettingsViewDelegate> delegate_;
+    // Weak, like any delegate: the delegate usually owns the panel.
+    std::weak_ptr<PlaySettingsViewDelegate> delegate_;
     bool editingRepeatCount_ = false;
     bool dismissed_ = false;
 };

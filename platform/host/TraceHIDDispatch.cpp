@@ -8,6 +8,7 @@
 #include <cmath>
 #include <cstdio>
 #include <cstring>
+#include <type_traits>
 
 #include "host/HostClock.h"
 
@@ -28,12 +29,49 @@ void appendNumber(std::string& out, double value) {
     out.append(text, end);
 }
 
-void appendBool(std::string& out, bool value) { out += value ? "true" : "false"; }
-
 std::string hexText(std::uint64_t value) {
     char text[24];
     std::snprintf(text, sizeof text, "\"0x%llx\"", static_cast<unsigned long long>(value));
     return text;
+}
+
+// Appends `"name":value` to the object being written, after a comma unless it is the first field.
+// Strings are taken as JSON text already.
+template <class T>
+void appendField(std::string& out, const char* name, const T& value) {
+    if (out.back() != '{') out += ',';
+    out += '"';
+    out += name;
+    out += "\":";
+    if constexpr (std::is_same_v<T, bool>) {
+        out += value ? "true" : "false";
+    } else if constexpr (std::is_floating_point_v<T>) {
+        appendNumber(out, value);
+    } else if constexpr (std::is_integral_v<T>) {
+        out += std::to_string(value);
+    } else {
+        out += value;
+    }
+}
+
+// The fields a hand and each of its fingers share.
+template <class Contact>
+void appendContact(std::string& out, const Contact& contact) {
+    appendField(out, "index", contact.index);
+    appendField(out, "identity", contact.identity);
+    appendField(out, "event_mask", contact.eventMask);
+    appendField(out, "x", contact.x);
+    appendField(out, "y", contact.y);
+    appendField(out, "range", contact.range);
+    appendField(out, "touch", contact.touch);
+}
+
+// The start of every trace line: when, and which kind of event.
+std::string lineStart(std::uint64_t microseconds, const char* kind) {
+    std::string out = "{";
+    appendField(out, "t_us", microseconds);
+    appendField(out, "kind", std::string("\"") + kind + '"');
+    return out;
 }
 
 }  // namespace
@@ -50,39 +88,17 @@ TraceHIDDispatch::~TraceHIDDispatch() {
 }
 
 std::string TraceHIDDispatch::digitizerLine(const HandEventDescription& hand, std::uint64_t microseconds) {
-    std::string out = "{\"t_us\":" + std::to_string(microseconds) + ",\"kind\":\"digitizer\"";
-    out += ",\"transducer_type\":" + std::to_string(hand.transducerType);
-    out += ",\"index\":" + std::to_string(hand.index);
-    out += ",\"identity\":" + std::to_string(hand.identity);
-    out += ",\"event_mask\":" + std::to_string(hand.eventMask);
-    out += ",\"x\":";
-    appendNumber(out, hand.x);
-    out += ",\"y\":";
-    appendNumber(out, hand.y);
-    out += ",\"range\":";
-    appendBool(out, hand.range);
-    out += ",\"touch\":";
-    appendBool(out, hand.touch);
-    out += ",\"display_integrated\":";
-    appendBool(out, hand.displayIntegrated);
-    out += ",\"built_in\":";
-    appendBool(out, hand.builtIn);
-    out += ",\"sender_id\":" + hexText(hand.senderID);
+    std::string out = lineStart(microseconds, "digitizer");
+    appendField(out, "transducer_type", hand.transducerType);
+    appendContact(out, hand);
+    appendField(out, "display_integrated", hand.displayIntegrated);
+    appendField(out, "built_in", hand.builtIn);
+    appendField(out, "sender_id", hexText(hand.senderID));
     out += ",\"fingers\":[";
-    for (std::size_t i = 0; i < hand.fingers.size(); ++i) {
-        const FingerEventDescription& finger = hand.fingers[i];
-        if (i) out += ',';
-        out += "{\"index\":" + std::to_string(finger.index);
-        out += ",\"identity\":" + std::to_string(finger.identity);
-        out += ",\"event_mask\":" + std::to_string(finger.eventMask);
-        out += ",\"x\":";
-        appendNumber(out, finger.x);
-        out += ",\"y\":";
-        appendNumber(out, finger.y);
-        out += ",\"range\":";
-        appendBool(out, finger.range);
-        out += ",\"touch\":";
-        appendBool(out, finger.touch);
+    for (const FingerEventDescription& finger : hand.fingers) {
+        if (out.back() == '}') out += ',';
+        out += '{';
+        appendContact(out, finger);
         out += '}';
     }
     out += "]}\n";
@@ -90,12 +106,11 @@ std::string TraceHIDDispatch::digitizerLine(const HandEventDescription& hand, st
 }
 
 std::string TraceHIDDispatch::keyboardLine(const KeyboardEventDescription& key, std::uint64_t microseconds) {
-    std::string out = "{\"t_us\":" + std::to_string(microseconds) + ",\"kind\":\"keyboard\"";
-    out += ",\"usage_page\":" + std::to_string(key.usagePage);
-    out += ",\"usage\":" + std::to_string(key.usage);
-    out += ",\"down\":";
-    appendBool(out, key.down);
-    out += ",\"sender_id\":" + hexText(key.senderID);
+    std::string out = lineStart(microseconds, "keyboard");
+    appendField(out, "usage_page", key.usagePage);
+    appendField(out, "usage", key.usage);
+    appendField(out, "down", key.down);
+    appendField(out, "sender_id", hexText(key.senderID));
     out += "}\n";
     return out;
 }

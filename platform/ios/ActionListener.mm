@@ -6,6 +6,7 @@
 
 #include "Control/ActionListener.h"
 #include "Platform/EventRegistry.h"
+#include "Views/Localization.h"
 #include "ios/IOSPlatform.h"
 
 @implementation ActionListener {
@@ -34,13 +35,14 @@
     (void)activator;
     tactora::LAEvent plain(event.name.UTF8String ?: "", event.mode.UTF8String ?: "");
     _listener->activatorReceiveEvent(plain);
-    // Unhandled events keep the system's own action (volume down changes the volume).
-    event.handled = plain.isHandled();
+    // Only an event the core acted on is marked; any other keeps the system's own action (volume
+    // down still changes the volume).
+    if (plain.isHandled()) [event setHandled:YES];
 }
 
 - (NSString*)activator:(LAActivator*)activator requiresLocalizedTitleForListenerName:(NSString*)listenerName {
     (void)activator, (void)listenerName;
-    return @"Tactora";
+    return [NSString stringWithUTF8String:tactora::localizedText("Tactora").c_str()] ?: @"Tactora";
 }
 
 - (NSString*)activator:(LAActivator*)activator requiresLocalizedDescriptionForListenerName:(NSString*)listenerName {
@@ -50,7 +52,7 @@
 
 - (NSString*)activator:(LAActivator*)activator requiresLocalizedGroupForListenerName:(NSString*)listenerName {
     (void)activator, (void)listenerName;
-    return @"Tactora";
+    return [NSString stringWithUTF8String:tactora::localizedText("Tactora").c_str()] ?: @"Tactora";
 }
 
 @end

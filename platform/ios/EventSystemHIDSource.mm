@@ -15,7 +15,9 @@ std::map<void*, std::unique_ptr<HIDEventCallback>>& callbacks() {
     return *map;
 }
 
-// Copies the fields the recorder reads into plain values.
+// Copies the fields the recorder reads into plain values: the type, the timestamp, the keyboard
+// usage page, usage and down (0x30000-0x30002), and per digitizer child its index, touch, event
+// mask, x and y (0xB0005, 0xB0009, 0xB0007, 0xB0000, 0xB0001).
 HIDEvent plainEvent(IOHIDEventRef event) {
     HIDEvent plain;
     plain.type = IOHIDEventGetType(event);
@@ -42,7 +44,11 @@ HIDEvent plainEvent(IOHIDEventRef event) {
     return plain;
 }
 
-void received(void* target, void*, void*, IOHIDEventRef event) {
+// The client's event callback: every HID event of the system comes here on the main run loop and
+// goes on, as plain values, to the callback the recorder registered (its handle_events). Only the
+// target (the client, which names that callback) and the event are used.
+void nativeEventCallback(void* target, void* refcon, void* service, IOHIDEventRef event) {
+    (void)refcon, (void)service;
     if (!event) return;
     auto found = callbacks().find(target);
     if (found == callbacks().end()) return;
@@ -56,7 +62,7 @@ void* EventSystemHIDSource::startDelivering(HIDEventCallback callback) {
     if (!client) return nullptr;
     callbacks()[client] = std::make_unique<HIDEventCallback>(std::move(callback));
     IOHIDEventSystemClientScheduleWithRunLoop(client, CFRunLoopGetMain(), kCFRunLoopDefaultMode);
-    IOHIDEventSystemClientRegisterEventCallback(client, &received, client, nullptr);
+    IOHIDEventSystemClientRegisterEventCallback(client, &nativeEventCallback, client, nullptr);
     return client;
 }
 

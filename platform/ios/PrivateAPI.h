@@ -120,7 +120,8 @@ typedef void (*IOHIDEventSystemConnectionDispatchEventFunction)(IOHIDEventSystem
 
 typedef mach_port_t io_object_t;
 typedef io_object_t io_registry_entry_t;
-extern const mach_port_t kIOMasterPortDefault;
+// The IOKit master port; `bootstrapPort` 0 (MACH_PORT_NULL) means the task's own bootstrap port.
+kern_return_t IOMasterPort(mach_port_t bootstrapPort, mach_port_t* masterPort);
 enum : uint32_t { kIORegistryIterateRecursively = 1 };
 #define TACTORA_IODEVICETREE_PLANE "IODeviceTree"
 

@@ -1,5 +1,6 @@
 #include "ios/RegistryDeviceInfo.h"
 
+#include <mach/mach.h>
 #include <sys/stat.h>
 
 #include "ios/PrivateAPI.h"
@@ -33,22 +34,25 @@ std::vector<DeviceInfo::AppInfo> section(id value) {
 }  // namespace
 
 std::optional<std::string> RegistryDeviceInfo::deviceTreeProperty(std::string_view name) const {
+    mach_port_t masterPort = MACH_PORT_NULL;
+    if (IOMasterPort(MACH_PORT_NULL, &masterPort) != KERN_SUCCESS) return std::nullopt;
+    std::optional<std::string> bytes;
+    io_registry_entry_t root = IORegistryGetRootEntry(masterPort);
     std::string key(name);
     CFStringRef keyString = CFStringCreateWithCString(kCFAllocatorDefault, key.c_str(), kCFStringEncodingUTF8);
-    if (!keyString) return std::nullopt;
-    io_registry_entry_t root = IORegistryGetRootEntry(kIOMasterPortDefault);
-    CFTypeRef value = root ? IORegistryEntrySearchCFProperty(root, TACTORA_IODEVICETREE_PLANE, keyString,
-                                                             kCFAllocatorDefault, kIORegistryIterateRecursively)
-                           : nullptr;
+    CFTypeRef value = root && keyString ? IORegistryEntrySearchCFProperty(root, TACTORA_IODEVICETREE_PLANE, keyString,
+                                                                          kCFAllocatorDefault,
+                                                                          kIORegistryIterateRecursively)
+                                        : nullptr;
+    if (keyString) CFRelease(keyString);
     if (root) IOObjectRelease(root);
-    CFRelease(keyString);
-    if (!value) return std::nullopt;
-    std::optional<std::string> bytes;
-    if (CFGetTypeID(value) == CFDataGetTypeID()) {
+    // Only a byte string counts; the core splits it at its NUL bytes and treats no bytes as none.
+    if (value && CFGetTypeID(value) == CFDataGetTypeID()) {
         auto data = static_cast<CFDataRef>(value);
         bytes.emplace(reinterpret_cast<const char*>(CFDataGetBytePtr(data)), static_cast<size_t>(CFDataGetLength(data)));
     }
-    CFRelease(value);
+    if (value) CFRelease(value);
+    mach_port_deallocate(mach_task_self(), masterPort);
     return bytes;
 }
 

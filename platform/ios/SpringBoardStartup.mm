@@ -9,6 +9,7 @@
 #include "ios/CFMessagePorts.h"
 #include "ios/IOSPlatform.h"
 #include "ios/PrivateAPI.h"
+#include "ios/UIScreenDisplay.h"
 
 namespace tactora::ios {
 
@@ -16,6 +17,7 @@ namespace {
 
 // The system's own pop-up views turn with SpringBoard by listening for this notification.
 void postOrientation(UIInterfaceOrientation orientation) {
+    noteInterfaceOrientation(static_cast<int>(orientation));
     @autoreleasepool {
         [[NSNotificationCenter defaultCenter]
             postNotificationName:[NSString stringWithUTF8String:orientationChangedNotification]

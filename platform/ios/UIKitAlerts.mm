@@ -37,10 +37,40 @@ UIWindow* makeAlertWindow() {
     return window;
 }
 
-}  // namespace
+void present(std::shared_ptr<AlertRequest> shared);
 
-void UIKitAlerts::showAlert(AlertRequest request) {
-    auto shared = std::make_shared<AlertRequest>(std::move(request));
+// Alerts asked for before SpringBoard's application object exists (a directory that cannot be
+// made, found while the tweak loads) wait until the application has finished launching.
+NSMutableArray<dispatch_block_t>* waitingAlerts() {
+    static NSMutableArray<dispatch_block_t>* waiting = [NSMutableArray array];
+    return waiting;
+}
+
+void presentWhenLaunched(std::shared_ptr<AlertRequest> shared) {
+    NSMutableArray<dispatch_block_t>* waiting = waitingAlerts();
+    if (waiting.count == 0) {
+        __block id observer = [[NSNotificationCenter defaultCenter]
+            addObserverForName:UIApplicationDidFinishLaunchingNotification
+                        object:nil
+                         queue:[NSOperationQueue mainQueue]
+                    usingBlock:^(NSNotification*) {
+                      [[NSNotificationCenter defaultCenter] removeObserver:observer];
+                      observer = nil;
+                      // One turn of the run loop later, when the first windows are up.
+                      dispatch_async(dispatch_get_main_queue(), ^{
+                        NSArray<dispatch_block_t>* launched = [waitingAlerts() copy];
+                        [waitingAlerts() removeAllObjects];
+                        for (dispatch_block_t show in launched) show();
+                      });
+                    }];
+    }
+    dispatch_block_t show = ^{
+      present(shared);
+    };
+    [waiting addObject:[show copy]];
+}
+
+void present(std::shared_ptr<AlertRequest> shared) {
     UIAlertController* alert = [UIAlertController alertControllerWithTitle:string(shared->title)
                                                                    message:string(shared->message)
                                                             preferredStyle:UIAlertControllerStyleAlert];
@@ -71,7 +101,14 @@ void UIKitAlerts::showAlert(AlertRequest request) {
     if (shared->secureTextInput) {
         [alert addTextFieldWithConfigurationHandler:^(UITextField* field) {
           field.secureTextEntry = YES;
+          field.keyboardType = UIKeyboardTypeDefault;  // a password may hold any character
+          // Typed exactly as the author chose it: no capital first letter, no corrections.
+          field.autocapitalizationType = UITextAutocapitalizationTypeNone;
+          field.autocorrectionType = UITextAutocorrectionTypeNo;
+          field.spellCheckingType = UITextSpellCheckingTypeNo;
         }];
+        // The keyboard's return key presses the first button after Cancel (Confirm).
+        if (!shared->otherButtons.empty()) alert.preferredAction = alert.actions[shared->cancelButton.empty() ? 0 : 1];
     }
     [openWindows() addObject:window];
     [window makeKeyAndVisible];
@@ -80,6 +117,17 @@ void UIKitAlerts::showAlert(AlertRequest request) {
                                           completion:^{
                                             if (shared->didPresent) shared->didPresent();
                                           }];
+}
+
+}  // namespace
+
+void UIKitAlerts::showAlert(AlertRequest request) {
+    auto shared = std::make_shared<AlertRequest>(std::move(request));
+    if (![UIApplication sharedApplication]) {
+        presentWhenLaunched(std::move(shared));
+        return;
+    }
+    present(std::move(shared));
 }
 
 }  // namespace tactora::ios

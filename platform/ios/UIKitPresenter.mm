@@ -2,10 +2,12 @@
 
 #import <UIKit/UIKit.h>
 
+#include <algorithm>
 #include <cmath>
 #include <string>
 
 #include "Control/Helper.h"
+#include "Platform/DiagnosticLog.h"
 #include "Platform/Display.h"
 #include "Platform/Platform.h"
 #include "Views/ControlPanelView.h"
@@ -24,9 +26,18 @@ UILabel* label(const std::string& text, CGFloat size, BOOL bold, UIColor* color)
     label.text = string(text);
     label.font = bold ? [UIFont boldSystemFontOfSize:size] : [UIFont systemFontOfSize:size];
     label.textColor = color;
+    label.backgroundColor = [UIColor clearColor];
     label.textAlignment = NSTextAlignmentCenter;
-    label.numberOfLines = 0;
     return label;
+}
+
+// A one-line label whose font shrinks until a long translation fits the width.
+UILabel* shrinkingLabel(const std::string& text, CGFloat size, BOOL bold, UIColor* color) {
+    UILabel* shrinking = label(text, size, bold, color);
+    shrinking.numberOfLines = 1;
+    shrinking.adjustsFontSizeToFitWidth = YES;
+    shrinking.minimumScaleFactor = 0.5;
+    return shrinking;
 }
 
 UIButton* button(const std::string& title, CGFloat size, UIColor* color, id target, SEL action, NSInteger tag) {
@@ -34,15 +45,38 @@ UIButton* button(const std::string& title, CGFloat size, UIColor* color, id targ
     [button setTitle:string(title) forState:UIControlStateNormal];
     [button setTitleColor:color forState:UIControlStateNormal];
     button.titleLabel.font = [UIFont systemFontOfSize:size];
+    button.titleLabel.adjustsFontSizeToFitWidth = YES;
     button.tag = tag;
     [button addTarget:target action:action forControlEvents:UIControlEventTouchUpInside];
     return button;
 }
 
+// A filled button with white text: the danger (red), primary (blue) and info (light blue) styles.
+UIButton* filledButton(const std::string& title, CGFloat size, UIColor* fill, id target, SEL action, NSInteger tag) {
+    UIButton* filled = button(title, size, [UIColor whiteColor], target, action, tag);
+    filled.backgroundColor = fill;
+    filled.layer.cornerRadius = 4;
+    filled.clipsToBounds = YES;
+    return filled;
+}
+
+UIColor* dangerColor() { return [UIColor colorWithRed:0.85 green:0.33 blue:0.31 alpha:1]; }
+UIColor* primaryColor() { return [UIColor colorWithRed:0.26 green:0.55 blue:0.79 alpha:1]; }
+UIColor* infoColor() { return [UIColor colorWithRed:0.36 green:0.75 blue:0.87 alpha:1]; }
+
 // Adds the named views to `content` and lays them out by the model's visual-format constraints.
+// The layout engine throws on a name it does not know, which would take SpringBoard down: the
+// views here and the model's names must agree exactly, or the views stay unplaced and a diagnostic
+// says why.
 template <size_t names, size_t formats>
 void layOut(UIView* content, NSDictionary<NSString*, UIView*>* views, const std::array<std::string_view, names>& viewNames,
             const std::array<std::string_view, formats>& constraints) {
+    bool agree = views.count == names;
+    for (std::string_view name : viewNames) agree = agree && views[string(name)] != nil;
+    if (!agree) {
+        TACTORA_DIAGNOSTIC("layOut", "the panel's views do not match its layout's names; left unplaced");
+        return;
+    }
     for (std::string_view name : viewNames) {
         UIView* view = views[string(name)];
         view.translatesAutoresizingMaskIntoConstraints = NO;
@@ -70,23 +104,61 @@ CGFloat angleFor(int orientation) {
 
 // --- the modal container ----------------------------------------------------------------------
 
-// A window with a dimmed backdrop and a centred content view that turns with the interface.
+// The container's own view controller never turns by itself: SpringBoard's windows stay in
+// portrait on a phone, and the container turns its content with the front app instead.
+@interface TactoraFixedOrientationViewController : UIViewController
+@end
+
+@implementation TactoraFixedOrientationViewController
+- (BOOL)shouldAutorotate {
+    return NO;
+}
+- (UIInterfaceOrientationMask)supportedInterfaceOrientations {
+    return UIInterfaceOrientationMaskPortrait;
+}
+@end
+
+// A window above SpringBoard with a dimmed backdrop and a centred, rounded content view. It shows
+// with the panel's transition, dismisses with or without animation, tells its handlers before and
+// after each, and turns its content when the front app's interface turns.
 @interface TactoraModalContainer : NSObject
 @property (nonatomic, strong) UIWindow* window;
 @property (nonatomic, strong) UIView* backdrop;
 @property (nonatomic, strong) UIView* content;
 @property (nonatomic, strong) id panelController;  // kept while on screen
-- (instancetype)initWithContentWidth:(CGFloat)width height:(CGFloat)height alpha:(CGFloat)alpha radius:(CGFloat)radius;
+@property (nonatomic, assign) NSInteger transitionStyle;
+@property (nonatomic, assign) CGFloat contentAlpha;
+@property (nonatomic, copy) void (^willShowHandler)(TactoraModalContainer* container);
+@property (nonatomic, copy) void (^didShowHandler)(TactoraModalContainer* container);
+@property (nonatomic, copy) void (^willDismissHandler)(TactoraModalContainer* container);
+@property (nonatomic, copy) void (^didDismissHandler)(TactoraModalContainer* container);
+- (instancetype)initWithContentWidth:(CGFloat)width
+                              height:(CGFloat)height
+                     transitionStyle:(NSInteger)transitionStyle
+                               alpha:(CGFloat)alpha
+                              radius:(CGFloat)radius;
 - (void)show;
 - (void)dismissAnimated:(BOOL)animated;
 @end
 
-@implementation TactoraModalContainer
+@implementation TactoraModalContainer {
+    BOOL _dismissing;
+}
 
-- (instancetype)initWithContentWidth:(CGFloat)width height:(CGFloat)height alpha:(CGFloat)alpha radius:(CGFloat)radius {
+// The transition style that drops the content in from above and lets it fall away below.
+static const NSInteger dropDownTransition = 4;
+
+- (instancetype)initWithContentWidth:(CGFloat)width
+                              height:(CGFloat)height
+                     transitionStyle:(NSInteger)transitionStyle
+                               alpha:(CGFloat)alpha
+                              radius:(CGFloat)radius {
     if (!(self = [super init])) return nil;
+    _transitionStyle = transitionStyle;
+    _contentAlpha = alpha;
     UIWindow* window = nil;
     if (@available(iOS 13.0, *)) {
+        // In a scene-based process a window shows only when it belongs to a scene.
         for (UIScene* scene in [UIApplication sharedApplication].connectedScenes) {
             if ([scene isKindOfClass:[UIWindowScene class]]) {
                 window = [[UIWindow alloc] initWithWindowScene:(UIWindowScene*)scene];
@@ -96,19 +168,21 @@ CGFloat angleFor(int orientation) {
     }
     if (!window) window = [[UIWindow alloc] initWithFrame:[UIScreen mainScreen].bounds];
     window.frame = [UIScreen mainScreen].bounds;
-    window.windowLevel = UIWindowLevelAlert - 1;
+    window.windowLevel = UIWindowLevelAlert - 1;  // system alerts, the "Wrong password!" one too, stay above
     window.backgroundColor = [UIColor clearColor];
-    window.rootViewController = [[UIViewController alloc] init];
+    window.rootViewController = [[TactoraFixedOrientationViewController alloc] init];
     _window = window;
 
     UIView* root = window.rootViewController.view;
+    root.backgroundColor = [UIColor clearColor];
     _backdrop = [[UIView alloc] initWithFrame:root.bounds];
     _backdrop.autoresizingMask = UIViewAutoresizingFlexibleWidth | UIViewAutoresizingFlexibleHeight;
     _backdrop.backgroundColor = [UIColor colorWithWhite:0 alpha:0.4];
     [root addSubview:_backdrop];
 
     _content = [[UIView alloc] initWithFrame:CGRectMake(0, 0, width, height)];
-    _content.backgroundColor = [UIColor colorWithWhite:1 alpha:alpha];
+    _content.backgroundColor = [UIColor whiteColor];
+    _content.alpha = alpha;
     _content.layer.cornerRadius = radius;
     _content.clipsToBounds = YES;
     _content.center = CGPointMake(CGRectGetMidX(root.bounds), CGRectGetMidY(root.bounds));
@@ -125,10 +199,15 @@ CGFloat angleFor(int orientation) {
     parallax.motionEffects = @[ x, y ];
     [_content addMotionEffect:parallax];
 
-    [[NSNotificationCenter defaultCenter] addObserver:self
-                                             selector:@selector(orientationChanged:)
-                                                 name:string(std::string(tactora::orientationChangedNotification))
-                                               object:nil];
+    NSNotificationCenter* centre = [NSNotificationCenter defaultCenter];
+    [centre addObserver:self
+               selector:@selector(orientationChanged:)
+                   name:string(std::string(tactora::orientationChangedNotification))
+                 object:nil];
+    [centre addObserver:self
+               selector:@selector(keyboardWillChangeFrame:)
+                   name:UIKeyboardWillChangeFrameNotification
+                 object:nil];
     return self;
 }
 
@@ -136,39 +215,82 @@ CGFloat angleFor(int orientation) {
     [[NSNotificationCenter defaultCenter] removeObserver:self];
 }
 
+// SpringBoard posts the new interface orientation (an NSNumber, 1 to 4) when the front app turns.
 - (void)orientationChanged:(NSNotification*)notification {
-    int orientation = [notification.object respondsToSelector:@selector(intValue)] ? [notification.object intValue] : 1;
+    if (![notification.object respondsToSelector:@selector(intValue)]) return;
+    int orientation = [notification.object intValue];
     [UIView animateWithDuration:0.3
                      animations:^{
                        self.content.transform = CGAffineTransformMakeRotation(angleFor(orientation));
                      }];
 }
 
-- (void)show {
-    self.content.transform = CGAffineTransformMakeRotation(angleFor(tactora::platform().display->interfaceOrientation()));
-    [self.window makeKeyAndVisible];
-    // Drops in from above.
-    CGPoint centre = self.content.center;
-    self.content.center = CGPointMake(centre.x, -CGRectGetHeight(self.content.bounds));
-    self.backdrop.alpha = 0;
-    [UIView animateWithDuration:0.3
+// The number pad of the play settings panel covers the lower half of a small screen: the content
+// moves up until its bottom edge clears the keyboard, and back when the keyboard goes.
+- (void)keyboardWillChangeFrame:(NSNotification*)notification {
+    if (_dismissing) return;
+    CGRect keyboard = [notification.userInfo[UIKeyboardFrameEndUserInfoKey] CGRectValue];
+    keyboard = [self.window convertRect:keyboard fromWindow:nil];
+    CGPoint centre = [self restingCentre];
+    CGFloat bottom = centre.y + CGRectGetHeight(self.content.frame) / 2;
+    CGFloat overlap = bottom + 8 - CGRectGetMinY(keyboard);
+    if (CGRectGetMinY(keyboard) < CGRectGetHeight(self.window.bounds) && overlap > 0) {
+        centre.y = std::max(CGRectGetHeight(self.content.frame) / 2, centre.y - overlap);
+    }
+    [UIView animateWithDuration:[notification.userInfo[UIKeyboardAnimationDurationUserInfoKey] doubleValue]
                      animations:^{
                        self.content.center = centre;
-                       self.backdrop.alpha = 1;
                      }];
 }
 
+- (CGPoint)restingCentre {
+    CGRect bounds = self.window.rootViewController.view.bounds;
+    return CGPointMake(CGRectGetMidX(bounds), CGRectGetMidY(bounds));
+}
+
+- (void)show {
+    if (self.willShowHandler) self.willShowHandler(self);
+    self.content.transform = CGAffineTransformMakeRotation(angleFor(tactora::platform().display->interfaceOrientation()));
+    [self.window makeKeyAndVisible];
+    CGPoint centre = [self restingCentre];
+    if (self.transitionStyle == dropDownTransition) {
+        self.content.center = CGPointMake(centre.x, -CGRectGetHeight(self.content.bounds));
+    } else {
+        self.content.center = centre;
+        self.content.alpha = 0;
+    }
+    self.backdrop.alpha = 0;
+    [UIView animateWithDuration:0.3
+        animations:^{
+          self.content.center = centre;
+          self.content.alpha = self.contentAlpha;
+          self.backdrop.alpha = 1;
+        }
+        completion:^(BOOL) {
+          if (self.didShowHandler) self.didShowHandler(self);
+        }];
+}
+
 - (void)dismissAnimated:(BOOL)animated {
+    if (_dismissing) return;
+    _dismissing = YES;
+    if (self.willDismissHandler) self.willDismissHandler(self);
+    // The block keeps the container alive until the window is gone.
     void (^gone)(BOOL) = ^(BOOL) {
       self.window.hidden = YES;
+      if (self.didDismissHandler) self.didDismissHandler(self);
       self.panelController = nil;
+      self.window = nil;
     };
     if (!animated) {
         gone(YES);
         return;
     }
+    CGPoint centre = self.content.center;
+    CGFloat fall = CGRectGetHeight(self.window.bounds);
     [UIView animateWithDuration:0.25
         animations:^{
+          if (self.transitionStyle == dropDownTransition) self.content.center = CGPointMake(centre.x, centre.y + fall);
           self.content.alpha = 0;
           self.backdrop.alpha = 0;
         }
@@ -197,12 +319,12 @@ CGFloat angleFor(int orientation) {
     table.backgroundColor = [UIColor clearColor];
     [table registerClass:[UITableViewCell class] forCellReuseIdentifier:string(Layout::cellReuseIdentifier)];
     NSDictionary* views = @{
-        @"titleLabel" : label(_panel->titleText(), Layout::titleFontSize, YES, [UIColor blackColor]),
-        @"messageLabel" : label(_panel->messageText(), Layout::messageFontSize, NO, [UIColor darkGrayColor]),
-        @"recordButton" : button(_panel->recordButtonTitle(), Layout::recordButtonFontSize, [UIColor redColor], self,
-                                 @selector(record), 0),
+        @"titleLabel" : shrinkingLabel(_panel->titleText(), Layout::titleFontSize, YES, [UIColor blackColor]),
+        @"messageLabel" : shrinkingLabel(_panel->messageText(), Layout::messageFontSize, NO, [UIColor darkGrayColor]),
+        @"recordButton" : filledButton(_panel->recordButtonTitle(), Layout::recordButtonFontSize, dangerColor(), self,
+                                       @selector(record), 0),
         @"_scriptListTableView" : table,
-        @"cancelButton" : button(_panel->cancelButtonTitle(), Layout::cancelButtonFontSize, [UIColor grayColor], self,
+        @"cancelButton" : button(_panel->cancelButtonTitle(), Layout::cancelButtonFontSize, nil, self,
                                  @selector(cancel), 0),
     };
     layOut(container.content, views, Layout::viewNames, Layout::constraints);
@@ -291,20 +413,22 @@ CGFloat angleFor(int orientation) {
     _repeatCountTextField.keyboardType = UIKeyboardTypeNumberPad;
     _repeatCountTextField.textAlignment = NSTextAlignmentCenter;
     [_repeatCountTextField addTarget:self action:@selector(repeatCountChanged) forControlEvents:UIControlEventEditingChanged];
-    _repeatIntervalValueLabel = label("", 14, NO, black);
-    _playSpeedValueLabel = label("", 14, NO, black);
+    const CGFloat settingSize = View::Layout::settingFontSize;
+    _repeatCountTextField.font = [UIFont systemFontOfSize:settingSize];
+    _repeatIntervalValueLabel = label("", settingSize, NO, black);
+    _playSpeedValueLabel = label("", settingSize, NO, black);
     UIStepper* count = [self stepperFor:_panel->repeatCountStepper()];
     UIStepper* interval = [self stepperFor:_panel->repeatIntervalStepper()];
     UIStepper* speed = [self stepperFor:_panel->playSpeedStepper()];
     _steppers = @[ count, interval, speed ];
-    UILabel* countLabel = label(_panel->repeatCountLabelText(), 14, NO, black);
-    UILabel* intervalLabel = label(_panel->repeatIntervalLabelText(), 14, NO, black);
-    UILabel* speedLabel = label(_panel->playSpeedLabelText(), 14, NO, black);
+    UILabel* countLabel = shrinkingLabel(_panel->repeatCountLabelText(), settingSize, NO, black);
+    UILabel* intervalLabel = shrinkingLabel(_panel->repeatIntervalLabelText(), settingSize, NO, black);
+    UILabel* speedLabel = shrinkingLabel(_panel->playSpeedLabelText(), settingSize, NO, black);
     for (UILabel* left in @[ countLabel, intervalLabel, speedLabel ]) left.textAlignment = NSTextAlignmentLeft;
     SEL clicked = @selector(buttonClicked:);
     NSDictionary* views = @{
-        @"titleLabel" : label(_panel->titleText(), 18, YES, black),
-        @"messageLabel" : label(_panel->messageText(), 10, NO, [UIColor darkGrayColor]),
+        @"titleLabel" : shrinkingLabel(_panel->titleText(), View::Layout::titleFontSize, YES, black),
+        @"messageLabel" : shrinkingLabel(_panel->messageText(), View::Layout::messageFontSize, NO, [UIColor darkGrayColor]),
         @"repeatCountLabel" : countLabel,
         @"repeatCountTextField" : _repeatCountTextField,
         @"repeatCountStepper" : count,
@@ -314,12 +438,13 @@ CGFloat angleFor(int orientation) {
         @"playSpeedLabel" : speedLabel,
         @"playSpeedValueLabel" : _playSpeedValueLabel,
         @"playSpeedStepper" : speed,
-        @"playNowButton" : button(_panel->buttonTitle(View::playNowButtonTag), 16, [UIColor blueColor], self, clicked,
-                                  View::playNowButtonTag),
-        @"playLaterButton" : button(_panel->buttonTitle(View::playLaterButtonTag), 16, [UIColor blueColor], self,
-                                    clicked, View::playLaterButtonTag),
-        @"cancelButton" : button(_panel->buttonTitle(View::cancelButtonTag), 14, [UIColor grayColor], self, clicked,
-                                 View::cancelButtonTag),
+        @"playNowButton" : filledButton(_panel->buttonTitle(View::playNowButtonTag), View::Layout::playButtonFontSize,
+                                        primaryColor(), self, clicked, View::playNowButtonTag),
+        @"playLaterButton" : filledButton(_panel->buttonTitle(View::playLaterButtonTag),
+                                          View::Layout::playButtonFontSize, infoColor(), self, clicked,
+                                          View::playLaterButtonTag),
+        @"cancelButton" : button(_panel->buttonTitle(View::cancelButtonTag), View::Layout::cancelButtonFontSize, nil,
+                                 self, clicked, View::cancelButtonTag),
     };
     layOut(container.content, views, View::Layout::viewNames, View::Layout::constraints);
     UITapGestureRecognizer* tap = [[UITapGestureRecognizer alloc] initWithTarget:self action:@selector(viewTapped)];
@@ -394,6 +519,7 @@ void UIKitPresenter::present(std::shared_ptr<PresentedPanel> panel) {
         container = [[TactoraModalContainer alloc]
             initWithContentWidth:Layout::contentWidth
                           height:ControlPanelView::contentHeight(screen.width, screen.height)
+                 transitionStyle:Layout::transitionStyle
                            alpha:Layout::alpha
                           radius:Layout::cornerRadius];
         container.panelController = [[TactoraControlPanelController alloc] initWithPanel:control container:container];
@@ -401,11 +527,16 @@ void UIKitPresenter::present(std::shared_ptr<PresentedPanel> panel) {
         using Layout = PlaySettingsView::Layout;
         container = [[TactoraModalContainer alloc] initWithContentWidth:Layout::contentWidth
                                                                  height:Layout::contentHeight
+                                                        transitionStyle:Layout::transitionStyle
                                                                   alpha:Layout::alpha
                                                                  radius:Layout::cornerRadius];
         container.panelController = [[TactoraPlaySettingsController alloc] initWithPanel:settings container:container];
     }
     if (!container) return;  // a panel this presenter does not know
+    // A keyboard still up (the play settings panel's count) goes before the content does.
+    container.willDismissHandler = ^(TactoraModalContainer* closing) {
+      [closing.content endEditing:YES];
+    };
     [containers() setObject:container forKey:keyFor(*panel)];
     [container show];
 }

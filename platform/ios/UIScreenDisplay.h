@@ -4,7 +4,13 @@
 
 namespace tactora::ios {
 
-// The main UIScreen, captured through the render server into an IOSurface.
+// Remembers the interface orientation SpringBoard last announced (it follows the front app). Main
+// thread.
+void noteInterfaceOrientation(int orientation);
+
+// The main UIScreen, captured through the render server into an IOSurface. Its interface
+// orientation is the one SpringBoard last announced; before the first announcement, that of
+// SpringBoard's own scene or status bar.
 class UIScreenDisplay final : public Display {
 public:
     Size bounds() const override;

@@ -4,6 +4,7 @@
 #include <dispatch/dispatch.h>
 
 #include <algorithm>
+#include <atomic>
 #include <cstring>
 
 #include "ios/PrivateAPI.h"
@@ -18,14 +19,28 @@ constexpr int bytesPerPixel = 4;
 
 CFNumberRef number(int value) { return CFNumberCreate(kCFAllocatorDefault, kCFNumberIntType, &value); }
 
+// The render server draws into a global surface of the screen's pixel size. The properties go in
+// this order: global, bytes per element, bytes per row, width, height, pixel format, size.
 IOSurfaceRef createSurface(std::int32_t width, std::int32_t height) {
-    const void* keys[] = {kIOSurfaceWidth, kIOSurfaceHeight, kIOSurfaceBytesPerElement, kIOSurfacePixelFormat};
-    CFNumberRef values[] = {number(width), number(height), number(bytesPerPixel),
-                            number(static_cast<int>(pixelFormatBGRA))};
-    CFDictionaryRef properties =
-        CFDictionaryCreate(kCFAllocatorDefault, keys, reinterpret_cast<const void**>(values), 4,
-                           &kCFTypeDictionaryKeyCallBacks, &kCFTypeDictionaryValueCallBacks);
-    for (CFNumberRef value : values) CFRelease(value);
+    const int bytesPerRow = width * bytesPerPixel;
+    // Deprecated since iOS 11 but still honoured: the render server of iOS 13 and 14 looks the
+    // surface up by its id.
+#pragma clang diagnostic push
+#pragma clang diagnostic ignored "-Wdeprecated-declarations"
+    const void* keys[] = {kIOSurfaceIsGlobal,    kIOSurfaceBytesPerElement, kIOSurfaceBytesPerRow, kIOSurfaceWidth,
+                          kIOSurfaceHeight,      kIOSurfacePixelFormat,     kIOSurfaceAllocSize};
+#pragma clang diagnostic pop
+    const void* values[] = {kCFBooleanTrue,
+                            number(bytesPerPixel),
+                            number(bytesPerRow),
+                            number(width),
+                            number(height),
+                            number(static_cast<int>(pixelFormatBGRA)),
+                            number(bytesPerRow * height)};
+    constexpr CFIndex count = sizeof keys / sizeof keys[0];
+    CFDictionaryRef properties = CFDictionaryCreate(kCFAllocatorDefault, keys, values, count,
+                                                    &kCFTypeDictionaryKeyCallBacks, &kCFTypeDictionaryValueCallBacks);
+    for (CFIndex i = 1; i < count; ++i) CFRelease(values[i]);  // the dictionary holds them now
     IOSurfaceRef surface = IOSurfaceCreate(properties);
     CFRelease(properties);
     return surface;
@@ -43,7 +58,14 @@ auto onMain(Read read) {
     return result;
 }
 
+// 0 until SpringBoard announces an orientation. Written on the main thread, read on any.
+std::atomic<int> announcedOrientation{0};
+
 }  // namespace
+
+void noteInterfaceOrientation(int orientation) {
+    if (orientation >= 1 && orientation <= 4) announcedOrientation.store(orientation, std::memory_order_relaxed);
+}
 
 Display::Size UIScreenDisplay::bounds() const {
     CGRect bounds = [UIScreen mainScreen].bounds;
@@ -53,6 +75,9 @@ Display::Size UIScreenDisplay::bounds() const {
 double UIScreenDisplay::scale() const { return [UIScreen mainScreen].scale; }
 
 int UIScreenDisplay::interfaceOrientation() const {
+    // On iOS 13 and later SpringBoard's own scene stays upright under a turned app; the
+    // announcement says how the user sees the screen.
+    if (int announced = announcedOrientation.load(std::memory_order_relaxed)) return announced;
     return onMain([]() -> int {
         if (@available(iOS 13.0, *)) {
             for (UIScene* scene in [UIApplication sharedApplication].connectedScenes) {
