@@ -120,7 +120,10 @@ void ScriptManager::runScript() {
     Global& global = Global::sharedInstance();
     vibrate();
     global.setIsPlaying(true);
-    global.setLuaBridge(std::make_shared<LuaBridge>());
+    auto bridge = std::make_shared<LuaBridge>();
+    // A stop between the loop's last look at the flag and the start of a pass still ends it.
+    bridge->keepRunningWhile([] { return Global::sharedInstance().isPlaying(); });
+    global.setLuaBridge(std::move(bridge));
     platform().feedback->resetIdleTimerAndUndim(true);
     platform().queues->runInBackground(runPasses);
 }

@@ -159,10 +159,17 @@ void LuaBridge::runLuaFile(const std::string& path) {
     run([&path](lua_State* state) { return luaL_loadfilex(state, path.c_str(), nullptr); });
 }
 
-void LuaBridge::stopLuaRunning() { stop.store(1, std::memory_order_relaxed); }
+void LuaBridge::stopLuaRunning() {
+    // Pairs with the fence in run(): whoever cleared the caller's flag before this store, the
+    // run sees either the cleared flag or this word.
+    std::atomic_thread_fence(std::memory_order_seq_cst);
+    stop.store(1, std::memory_order_relaxed);
+}
 
 void LuaBridge::run(const std::function<int(lua_State*)>& load) {
     stop.store(0, std::memory_order_relaxed);
+    std::atomic_thread_fence(std::memory_order_seq_cst);
+    if (runCondition_ && !runCondition_()) stop.store(1, std::memory_order_relaxed);
     if (!L) initEnv();
     if (!L) return;
     int base = lua_gettop(L);

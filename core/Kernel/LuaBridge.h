@@ -21,6 +21,11 @@ public:
     void runLuaString(const std::string& script);
     void runLuaFile(const std::string& path);
     void stopLuaRunning();
+    // Each later run starts already stopped when `condition` is false as it begins. The runner
+    // passes "still playing": a stop that lands after the runner last looked but before the chunk
+    // started would otherwise be wiped by the start of the run, and an endless script would never
+    // end. Without a condition a stop asked while nothing runs is forgotten by the next run.
+    void keepRunningWhile(std::function<bool()> condition) { runCondition_ = std::move(condition); }
 
     lua_State* state() const { return L; }
 
@@ -29,6 +34,7 @@ private:
     void run(const std::function<int(lua_State*)>& load);
 
     lua_State* L = nullptr;
+    std::function<bool()> runCondition_;
 };
 
 // Registers the 24 script functions as globals, in their fixed order.
