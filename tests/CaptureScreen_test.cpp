@@ -4,6 +4,7 @@
 #include <fstream>
 #include <iterator>
 
+#include "FoundationFakes.h"
 #include "Kernel/CaptureScreen.h"
 #include "Kernel/ScreenFunctions.h"
 #include "ScreenFakes.h"
@@ -27,14 +28,6 @@ PixelBufferPtr coordinateScreen(std::uint64_t width, std::uint64_t height) {
         for (std::uint64_t x = 0; x < width; ++x) setPixel(*screen, x, y, (x & 0xFF) << 16 | (y & 0xFF) << 8 | ((x ^ y) & 0xFF));
     return screen;
 }
-
-struct TempDir {
-    std::filesystem::path path =
-        std::filesystem::temp_directory_path() / ("tactora-capture-" + std::to_string(::getpid()));
-    TempDir() { std::filesystem::create_directories(path); }
-    ~TempDir() { std::filesystem::remove_all(path); }
-    std::string file(const char* name) const { return (path / name).string(); }
-};
 
 }  // namespace
 
@@ -74,7 +67,7 @@ TEST(CaptureScreen, AThreeTimesScreenUsesFactorOneForCoordinates) {
 TEST(CaptureScreen, ScreenshotsWriteTheScreenAndTheRegionInPixelsAsPng) {
     auto screen = coordinateScreen(200, 160);
     ScopedScreen scoped("100x80@2", frameOf(*screen));
-    TempDir dir;
+    tactora::testing::ScratchDirectory dir;
     screenshot(dir.file("whole.png").c_str());
     auto whole = readPng(dir.file("whole.png"));
     ASSERT_NE(whole, nullptr);
@@ -153,17 +146,17 @@ TEST(PngCodec, PremultipliesRoundingToNearest) {
 
 TEST(CaptureScreen, ScriptPathsAreDevicePathsMappedOnceUnderTheRoot) {
     ScopedScreen scoped("4x4@1", host::solidFrame(4, 4, 0x112233));
-    TempDir dir;
-    host::HostPaths paths(dir.path.string());
+    tactora::testing::ScratchDirectory dir;
+    host::HostPaths paths(dir.path().string());
     platform().paths = &paths;
-    std::filesystem::create_directories(dir.path / "var/mobile");
+    std::filesystem::create_directories(dir.path() / "var/mobile");
     screenshot("/var/mobile/device.png");
-    EXPECT_TRUE(std::filesystem::exists(dir.path / "var/mobile/device.png"));
+    EXPECT_TRUE(std::filesystem::exists(dir.path() / "var/mobile/device.png"));
     // A path that already lies under the root (as rootDir() gives it on the host) stays as it is.
-    screenshot((dir.path / "var/mobile/mapped.png").string().c_str());
-    EXPECT_TRUE(std::filesystem::exists(dir.path / "var/mobile/mapped.png"));
+    screenshot((dir.path() / "var/mobile/mapped.png").string().c_str());
+    EXPECT_TRUE(std::filesystem::exists(dir.path() / "var/mobile/mapped.png"));
     auto png = host::PngCodec().encodePng(host::solidFrame(1, 1, 0x112233)->rgba.data(), 1, 1, 4);
-    std::ofstream((dir.path / "var/mobile/dot.png").string(), std::ios::binary)
+    std::ofstream((dir.path() / "var/mobile/dot.png").string(), std::ios::binary)
         .write(reinterpret_cast<const char*>(png->data()), static_cast<std::streamsize>(png->size()));
     const std::int32_t none[] = {0};
     MatchListPtr found(findImageWrapper("/var/mobile/dot.png", 1, none, 0));

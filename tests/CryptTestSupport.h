@@ -1,12 +1,11 @@
 // Test support for the encrypted script format: a straightforward reference of the file format
 // written directly on OpenSSL (one-shot calls, no pieces, no queues), a crypto port with
-// predictable random bytes, a diagnostic log that keeps its entries, and a scratch directory.
+// predictable random bytes, a diagnostic log that keeps its entries, and file helpers.
 #pragma once
 
 #include <openssl/evp.h>
 #include <openssl/hmac.h>
 
-#include <atomic>
 #include <chrono>
 #include <cstdint>
 #include <filesystem>
@@ -17,9 +16,9 @@
 #include <random>
 #include <string>
 #include <thread>
-#include <unistd.h>
 #include <vector>
 
+#include "FoundationFakes.h"
 #include "Platform/Crypto.h"
 #include "Platform/DiagnosticLog.h"
 #include "host/OpenSSLCrypto.h"
@@ -153,23 +152,7 @@ private:
 
 // --- files ------------------------------------------------------------------------------------
 
-class ScratchDirectory {
-public:
-    ScratchDirectory() {
-        static std::atomic<int> counter{0};
-        path_ = std::filesystem::temp_directory_path() /
-                ("tactora-crypt-" + std::to_string(::getpid()) + "-" + std::to_string(counter++));
-        std::filesystem::create_directories(path_);
-    }
-    ~ScratchDirectory() {
-        std::error_code ignored;
-        std::filesystem::remove_all(path_, ignored);
-    }
-    std::string file(const std::string& name) const { return (path_ / name).string(); }
-
-private:
-    std::filesystem::path path_;
-};
+using testing::ScratchDirectory;
 
 inline void writeFile(const std::string& path, const Bytes& data) {
     std::ofstream out(path, std::ios::binary | std::ios::trunc);

@@ -27,6 +27,11 @@
 
 namespace tactora::testing {
 
+// The user defaults keys of the three settings options.
+inline constexpr const char* logErrorsKey = "TACTORA.SETTINGS.LOG_ERRORS";
+inline constexpr const char* showErrorsByAlertKey = "TACTORA.SETTINGS.SHOW_ERRORS_BY_ALERT";
+inline constexpr const char* showPlayFinishedAlertKey = "TACTORA.SETTINGS.SHOW_PLAY_FINISHED_ALERT";
+
 // `values` may be read directly while no other thread uses the defaults.
 class MemoryUserDefaults final : public UserDefaults {
 public:
@@ -172,6 +177,7 @@ public:
     ScratchDirectory(const ScratchDirectory&) = delete;
     ScratchDirectory& operator=(const ScratchDirectory&) = delete;
     const std::filesystem::path& path() const { return path_; }
+    std::string file(const std::string& name) const { return (path_ / name).string(); }
 
 private:
     std::filesystem::path path_;

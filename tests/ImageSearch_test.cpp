@@ -7,6 +7,7 @@
 
 #include "Kernel/ImageSearch.h"
 #include "Kernel/ScreenFunctions.h"
+#include "FoundationFakes.h"
 #include "ScreenFakes.h"
 
 using namespace tactora;
@@ -137,19 +138,6 @@ TEST(ImageSearch, IgnoredColoursOnEitherSideDoNotSpendTheBudget) {
     EXPECT_EQ(search(*screen, *templ, 0, 0.75f).size(), 7u * 7u);      // 2.25 -> 2
 }
 
-TEST(ImageSearch, IgnoreListStateFollowsItsSetters) {
-    const std::int32_t list[] = {2, 0x123456, 0xABCDEF};
-    set_ignore(list);
-    EXPECT_EQ(ignore_colors_count(), 2);
-    EXPECT_TRUE(is_ignore_color(hex_to_rgc(0xABCDEF)));
-    EXPECT_FALSE(is_ignore_color(0xABCDEF));
-    release_ignore();
-    EXPECT_EQ(ignore_colors_count(), -1);
-    EXPECT_FALSE(is_ignore_color(hex_to_rgc(0xABCDEF)));
-    release_ignore();
-    EXPECT_EQ(ignore_colors_count(), -1);
-}
-
 TEST(ImageSearch, EmptyAndDegenerateTemplatesFollowTheBounds) {
     auto screen = solidBuffer(4, 4, 0);
     EXPECT_EQ(search(*screen, *solidBuffer(0, 0, 0)).size(), 16u);  // zero height matches anywhere
@@ -218,8 +206,8 @@ TEST(ScreenSearch, NothingToCaptureFindsNothing) {
 TEST(ScreenSearch, FindImageWrapperReadsAPngTemplateAndToleratesBrokenFiles) {
     auto p = planted(64, 48, 20, 10);
     ScopedScreen scoped("32x24@2", frameOf(*p.screen));
-    const auto dir = std::filesystem::temp_directory_path() / ("tactora-screen-" + std::to_string(::getpid()));
-    std::filesystem::create_directories(dir);
+    tactora::testing::ScratchDirectory scratch;
+    const auto& dir = scratch.path();
     const std::string good = (dir / "button.png").string(), bad = (dir / "broken.png").string();
     host::PngCodec codec;
     auto png = codec.encodePng(p.templ->data, 3, 2, p.templ->bytesPerRow);
@@ -233,5 +221,4 @@ TEST(ScreenSearch, FindImageWrapperReadsAPngTemplateAndToleratesBrokenFiles) {
         ASSERT_NE(none, nullptr) << path;
         EXPECT_EQ(none->count, 0);
     }
-    std::filesystem::remove_all(dir);
 }

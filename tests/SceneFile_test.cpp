@@ -6,6 +6,7 @@
 #include <fstream>
 #include <thread>
 
+#include "FoundationFakes.h"
 #include "host/DemoScene.h"
 #include "host/SceneFile.h"
 
@@ -16,10 +17,9 @@ namespace {
 
 // A scratch directory with a few one-pixel PNG files, removed at the end of the test.
 struct SceneDirectory {
-    fs::path dir = fs::temp_directory_path() / ("tactora-scene-" + std::to_string(getpid()) + "-" +
-                                                ::testing::UnitTest::GetInstance()->current_test_info()->name());
+    tactora::testing::ScratchDirectory scratch;
+    fs::path dir = scratch.path();
     SceneDirectory() {
-        fs::create_directories(dir);
         for (const char* name : {"a.png", "b.png", "c.png"}) {
             std::uint8_t pixel[4] = {1, 2, 3, 255};
             png_image image{};
@@ -29,7 +29,6 @@ struct SceneDirectory {
             png_image_write_to_file(&image, (dir / name).c_str(), 0, pixel, 0, nullptr);
         }
     }
-    ~SceneDirectory() { fs::remove_all(dir); }
     std::optional<SceneFile> parse(const std::string& text, std::string& error) const {
         return parseScene(text, dir.string(), error);
     }

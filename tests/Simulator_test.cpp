@@ -8,6 +8,7 @@
 #include <future>
 #include <thread>
 
+#include "FoundationFakes.h"
 #include "Platform/EventRegistry.h"
 #include "Platform/Platform.h"
 #include "host/DeviceProfiles.h"
@@ -61,8 +62,8 @@ void writePixel(const fs::path& path, std::uint8_t red) {
 
 // A simulator on a two-screen scene, with a recording fake controller and a main loop of its own.
 struct RunningSimulator {
-    fs::path dir = fs::temp_directory_path() / ("tactora-sim-" + std::to_string(getpid()) + "-" +
-                                                ::testing::UnitTest::GetInstance()->current_test_info()->name());
+    tactora::testing::ScratchDirectory scratch;
+    fs::path dir = scratch.path();
     tactora::ScopedPlatform scope;
     HostPaths paths{dir.string()};  // the script list reads the scripts directory and the store under here
     std::vector<std::pair<std::string, json>> requests;  // main loop only
@@ -74,7 +75,6 @@ struct RunningSimulator {
     std::string origin;
 
     RunningSimulator() {
-        fs::create_directories(dir);
         tactora::platform().paths = &paths;
         writePixel(dir / "home.png", 10);
         writePixel(dir / "app.png", 200);
@@ -102,7 +102,6 @@ struct RunningSimulator {
         simulator.reset();
         loop.quit();
         loopThread.join();
-        fs::remove_all(dir);
     }
     httplib::Result post(const std::string& path, const json& body) {
         httplib::Client client("127.0.0.1", server.port());
