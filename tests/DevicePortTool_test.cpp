@@ -9,7 +9,7 @@
 #include <vector>
 
 #include "Control/Helper.h"
-#include "FoundationFakes.h"
+#include "RuntimeFakes.h"
 #include "Kernel/EventSimulate.h"
 #include "Platform/MessagePorts.h"
 #include "Platform/Platform.h"
@@ -54,29 +54,6 @@ std::vector<Message> toolDryRun(const std::string& arguments) {
     return messages;
 }
 
-class RecordingRemotePort final : public RemoteMessagePort {
-public:
-    RecordingRemotePort(std::string name, std::vector<Message>& sent) : name_(std::move(name)), sent_(sent) {}
-    bool isValid() const override { return true; }
-    SendStatus sendRequest(std::int32_t messageId, std::span<const std::uint8_t> data, double, double,
-                           std::vector<std::uint8_t>*) override {
-        sent_.push_back({name_, messageId, hexOf(data)});
-        return SendStatus::success;
-    }
-
-private:
-    std::string name_;
-    std::vector<Message>& sent_;
-};
-
-class RecordingPorts final : public MessagePorts {
-public:
-    std::vector<Message> sent;
-    std::unique_ptr<RemoteMessagePort> createRemote(const std::string& name) override {
-        return std::make_unique<RecordingRemotePort>(name, sent);
-    }
-};
-
 class DevicePortTool : public ::testing::Test {
 protected:
     void SetUp() override {
@@ -85,8 +62,16 @@ protected:
     }
     void TearDown() override { EventSimulate::resetConnection(); }
 
+    // What EventSimulate sent, in the tool's terms.
+    std::vector<Message> sent() const {
+        std::vector<Message> messages;
+        for (const auto& message : ports.messages())
+            messages.push_back({injectionPortName, message.id, hexOf(message.data)});
+        return messages;
+    }
+
     ScopedPlatform scope;
-    RecordingPorts ports;
+    testing::RecordingPorts ports;
 };
 
 TEST_F(DevicePortTool, TapsSwipesAndHomePressesMatchTheSender) {
@@ -94,9 +79,9 @@ TEST_F(DevicePortTool, TapsSwipesAndHomePressesMatchTheSender) {
     EventSimulate::syncEvent();
     EventSimulate::touchUp(3, 40, 60);
     EventSimulate::syncEvent();
-    EXPECT_EQ(toolDryRun("tap 40 60 3"), ports.sent);
+    EXPECT_EQ(toolDryRun("tap 40 60 3"), sent());
 
-    ports.sent.clear();
+    ports.clear();
     EventSimulate::touchDown(1, -5, 300);
     EventSimulate::syncEvent();
     for (int step = 1; step <= 10; ++step) {
@@ -105,12 +90,12 @@ TEST_F(DevicePortTool, TapsSwipesAndHomePressesMatchTheSender) {
     }
     EventSimulate::touchUp(1, 15, 300);
     EventSimulate::syncEvent();
-    EXPECT_EQ(toolDryRun("swipe -5 300 15 300"), ports.sent);
+    EXPECT_EQ(toolDryRun("swipe -5 300 15 300"), sent());
 
-    ports.sent.clear();
+    ports.clear();
     EventSimulate::keyDown(1);
     EventSimulate::keyUp(1);
-    EXPECT_EQ(toolDryRun("home"), ports.sent);
+    EXPECT_EQ(toolDryRun("home"), sent());
 }
 
 TEST_F(DevicePortTool, SettingsMessagesAreTheOnesTheSettingsPortAccepts) {

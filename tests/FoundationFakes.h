@@ -27,6 +27,11 @@
 
 namespace tactora::testing {
 
+// The user defaults keys of the three settings options.
+inline constexpr const char* logErrorsKey = "TACTORA.SETTINGS.LOG_ERRORS";
+inline constexpr const char* showErrorsByAlertKey = "TACTORA.SETTINGS.SHOW_ERRORS_BY_ALERT";
+inline constexpr const char* showPlayFinishedAlertKey = "TACTORA.SETTINGS.SHOW_PLAY_FINISHED_ALERT";
+
 // `values` may be read directly while no other thread uses the defaults.
 class MemoryUserDefaults final : public UserDefaults {
 public:

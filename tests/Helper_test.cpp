@@ -6,13 +6,9 @@
 #include "FoundationFakes.h"
 
 using namespace tactora;
-using tactora::testing::MemoryUserDefaults;
+using namespace tactora::testing;
 
 namespace {
-
-constexpr const char* finishedKey = "TACTORA.SETTINGS.SHOW_PLAY_FINISHED_ALERT";
-constexpr const char* errorsByAlertKey = "TACTORA.SETTINGS.SHOW_ERRORS_BY_ALERT";
-constexpr const char* logErrorsKey = "TACTORA.SETTINGS.LOG_ERRORS";
 
 struct Option {
     const char* key;
@@ -20,8 +16,8 @@ struct Option {
 };
 
 const Option options[] = {
-    {finishedKey, &Helper::ifShowPlayFinishedAlert},
-    {errorsByAlertKey, &Helper::ifShowErrorsByAlert},
+    {showPlayFinishedAlertKey, &Helper::ifShowPlayFinishedAlert},
+    {showErrorsByAlertKey, &Helper::ifShowErrorsByAlert},
     {logErrorsKey, &Helper::ifLogErrors},
 };
 
@@ -71,11 +67,11 @@ TEST_F(HelperTest, SettingsMessagesStoreTheirOptionAndIgnoreAnythingMalformed) {
         bool value;
     };
     const Case cases[] = {
-        {4, {0, 0, 0, 0}, finishedKey, false},
-        {4, {2, 0, 0, 0}, finishedKey, true},
-        {4, {0, 0, 0, 1}, finishedKey, true},  // only the top byte set: still non-zero
-        {5, {0, 0, 0, 0}, errorsByAlertKey, false},
-        {5, {1, 0, 0, 0}, errorsByAlertKey, true},
+        {4, {0, 0, 0, 0}, showPlayFinishedAlertKey, false},
+        {4, {2, 0, 0, 0}, showPlayFinishedAlertKey, true},
+        {4, {0, 0, 0, 1}, showPlayFinishedAlertKey, true},  // only the top byte set: still non-zero
+        {5, {0, 0, 0, 0}, showErrorsByAlertKey, false},
+        {5, {1, 0, 0, 0}, showErrorsByAlertKey, true},
         {6, {0, 0, 0, 0}, logErrorsKey, false},
         {6, {0xff, 0xff, 0xff, 0xff}, logErrorsKey, true},
         {4, {0, 0, 0, 0, 0, 0, 0, 0}, nullptr, false},

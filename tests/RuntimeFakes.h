@@ -114,10 +114,6 @@ private:
     std::vector<std::thread> threads_;
 };
 
-inline constexpr const char* logErrorsKey = "TACTORA.SETTINGS.LOG_ERRORS";
-inline constexpr const char* showErrorsByAlertKey = "TACTORA.SETTINGS.SHOW_ERRORS_BY_ALERT";
-inline constexpr const char* showPlayFinishedAlertKey = "TACTORA.SETTINGS.SHOW_PLAY_FINISHED_ALERT";
-
 // A device for the script runtime: the scripts and library directories, recording injection port,
 // fake clock, feedback and apps, a main loop the test pumps and background threads it joins.
 // Global is reset on both ends.

@@ -24,7 +24,7 @@ void sendEvent(GlobalOptions& options, const EventOptions& event) {
         host::HostPlatform host(options.host);
         auto running = host::readRunFile();
         if (!running) {
-            std::fprintf(stderr, "tactora: no system runs on %s (start one with `tactora run`)\n", host.root().c_str());
+            std::fprintf(stderr, "tactora: no system runs on %s (start one with `tactora run` or `tactora sim`)\n", host.root().c_str());
             options.exitCode = 2;
             return;
         }
@@ -34,7 +34,9 @@ void sendEvent(GlobalOptions& options, const EventOptions& event) {
     client.set_connection_timeout(2);
     client.set_read_timeout(15);
     nlohmann::json body = {{"name", event.name}, {"mode", event.mode}};
-    auto response = client.Post("/api/event", body.dump(), "application/json");
+    // The simulator serves only its own page; this tool speaks from the same origin, as that page does.
+    httplib::Headers headers = {{"Origin", "http://127.0.0.1:" + std::to_string(port)}};
+    auto response = client.Post("/api/event", headers, body.dump(), "application/json");
     if (!response) {
         std::fprintf(stderr, "tactora: the system on port %d does not answer\n", port);
         options.exitCode = 2;

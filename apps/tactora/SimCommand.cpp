@@ -24,6 +24,7 @@
 #include "host/HostPlatform.h"
 #include "host/MainLoop.h"
 #include "host/ReceiverProcess.h"
+#include "host/RunFile.h"
 #include "host/SceneFile.h"
 #include "host/SimServer.h"
 #include "host/SimulatedDisplay.h"
@@ -128,6 +129,10 @@ void simulate(GlobalOptions& options, const SimOptions& sim) {
             return;
         }
         std::cout << "Tactora simulator: open " << server.url() << std::endl;
+        // The simulator answers the control API's requests too, so `tactora event` can reach it.
+        if (!host::writeRunFile({server.port(), static_cast<long>(::getpid())}))
+            std::fprintf(stderr, "tactora sim: cannot write %s; `tactora event` needs --port\n",
+                         host::runFilePath().c_str());
     }
 
     std::atomic<bool> runEnded{false};
@@ -178,6 +183,7 @@ void simulate(GlobalOptions& options, const SimOptions& sim) {
     ScriptManager::setFinishedObserver(nullptr);
     simulator.stopWatching();
     server.stop();
+    if (auto running = host::readRunFile(); running && running->pid == ::getpid()) host::removeRunFile();
 
     if (sim.headless) {
         std::cout << "screen: " << scene.currentScreen() << "\ntrace: " << trace << std::endl;

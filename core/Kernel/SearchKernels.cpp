@@ -27,6 +27,13 @@ inline std::uint32_t differs(const std::uint8_t* s, std::uint32_t t, std::uint32
     return ((load32(s) ^ t) & care) != 0;
 }
 
+// Sets the bits of the matching `lanes`, counted from pixel `first`; how many matched. Always
+// inlined, so the count compiles to the calling kernel's own population-count instruction.
+[[gnu::always_inline]] inline std::uint32_t markLanes(std::uint64_t* bits, std::uint32_t first, std::uint32_t lanes) {
+    bits[first / 64] |= std::uint64_t{lanes} << (first % 64);
+    return static_cast<std::uint32_t>(std::popcount(lanes));
+}
+
 inline std::uint32_t rgbaFromBgrx(std::uint32_t v) {
     return ((v >> 16) & 0xFFu) | (v & 0xFF00u) | ((v & 0xFFu) << 16) | 0xFF000000u;
 }
@@ -152,10 +159,7 @@ std::uint32_t sse2RowMismatchBits(const std::uint8_t* screen, const std::uint32_
         const __m128i diff = _mm_and_si128(_mm_xor_si128(load128(screen + 4 * i), load128(templ + i)), load128(care + i));
         const auto same = static_cast<std::uint32_t>(_mm_movemask_ps(_mm_castsi128_ps(_mm_cmpeq_epi32(diff, _mm_setzero_si128()))));
         const std::uint32_t lanes = ~same & 0xFu;
-        if (lanes) {
-            bits[i / 64] |= std::uint64_t{lanes} << (i % 64);
-            count += static_cast<std::uint32_t>(std::popcount(lanes));
-        }
+        if (lanes) count += markLanes(bits, i, lanes);
     }
     return count + tailMismatchBits(screen, templ, care, i, n, bits);
 }
@@ -170,10 +174,7 @@ std::uint32_t sse2PairHits(const std::uint8_t* a, const std::uint8_t* b, std::ui
         const __m128i hitA = _mm_cmpeq_epi32(_mm_and_si128(load128(a + 4 * x), mask), wantA);
         const __m128i hitB = _mm_cmpeq_epi32(_mm_and_si128(load128(b + 4 * x), mask), wantB);
         const auto lanes = static_cast<std::uint32_t>(_mm_movemask_ps(_mm_castsi128_ps(_mm_and_si128(hitA, hitB))));
-        if (lanes) {
-            bits[x / 64] |= std::uint64_t{lanes} << (x % 64);
-            count += static_cast<std::uint32_t>(std::popcount(lanes));
-        }
+        if (lanes) count += markLanes(bits, x, lanes);
     }
     return count + tailPairHits(a, b, colorA, colorB, x, n, bits);
 }
@@ -239,10 +240,7 @@ TACTORA_AVX2 std::uint32_t avx2RowMismatchBits(const std::uint8_t* screen, const
         const auto same = static_cast<std::uint32_t>(
             _mm256_movemask_ps(_mm256_castsi256_ps(_mm256_cmpeq_epi32(diff, _mm256_setzero_si256()))));
         const std::uint32_t lanes = ~same & 0xFFu;
-        if (lanes) {
-            bits[i / 64] |= std::uint64_t{lanes} << (i % 64);
-            count += static_cast<std::uint32_t>(std::popcount(lanes));
-        }
+        if (lanes) count += markLanes(bits, i, lanes);
     }
     return count + tailMismatchBits(screen, templ, care, i, n, bits);
 }
@@ -263,8 +261,7 @@ TACTORA_AVX2 std::uint32_t avx2PairHits(const std::uint8_t* a, const std::uint8_
         if (_mm256_testz_si256(_mm256_or_si256(hit0, hit1), _mm256_or_si256(hit0, hit1))) continue;
         const auto lanes = static_cast<std::uint32_t>(_mm256_movemask_ps(_mm256_castsi256_ps(hit0))) |
                            static_cast<std::uint32_t>(_mm256_movemask_ps(_mm256_castsi256_ps(hit1))) << 8;
-        bits[x / 64] |= std::uint64_t{lanes} << (x % 64);
-        count += static_cast<std::uint32_t>(std::popcount(lanes));
+        count += markLanes(bits, x, lanes);
     }
     return count + tailPairHits(a, b, colorA, colorB, x, n, bits);
 }
@@ -321,10 +318,7 @@ TACTORA_AVX512 std::uint32_t avx512RowMismatchBits(const std::uint8_t* screen, c
     for (; i + 16 <= n; i += 16) {
         const std::uint32_t lanes =
             _mm512_test_epi32_mask(_mm512_xor_si512(load512(screen + 4 * i), load512(templ + i)), load512(care + i));
-        if (lanes) {
-            bits[i / 64] |= std::uint64_t{lanes} << (i % 64);
-            count += static_cast<std::uint32_t>(std::popcount(lanes));
-        }
+        if (lanes) count += markLanes(bits, i, lanes);
     }
     return count + tailMismatchBits(screen, templ, care, i, n, bits);
 }
@@ -341,8 +335,7 @@ TACTORA_AVX512 std::uint32_t avx512PairHits(const std::uint8_t* a, const std::ui
         if (!hitA) continue;
         const std::uint32_t lanes = _mm512_mask_testn_epi32_mask(hitA, _mm512_xor_si512(load512(b + 4 * x), wantB), mask);
         if (!lanes) continue;
-        bits[x / 64] |= std::uint64_t{lanes} << (x % 64);
-        count += static_cast<std::uint32_t>(std::popcount(lanes));
+        count += markLanes(bits, x, lanes);
     }
     return count + tailPairHits(a, b, colorA, colorB, x, n, bits);
 }
@@ -401,10 +394,7 @@ std::uint32_t neonRowMismatchBits(const std::uint8_t* screen, const std::uint32_
         const uint32x4_t diff =
             vandq_u32(veorq_u32(vreinterpretq_u32_u8(vld1q_u8(screen + 4 * i)), vld1q_u32(templ + i)), vld1q_u32(care + i));
         const std::uint32_t lanes = laneBits(vtstq_u32(diff, diff));
-        if (lanes) {
-            bits[i / 64] |= std::uint64_t{lanes} << (i % 64);
-            count += static_cast<std::uint32_t>(std::popcount(lanes));
-        }
+        if (lanes) count += markLanes(bits, i, lanes);
     }
     return count + tailMismatchBits(screen, templ, care, i, n, bits);
 }
@@ -420,8 +410,7 @@ std::uint32_t neonPairHits(const std::uint8_t* a, const std::uint8_t* b, std::ui
         const uint32x4_t hit = vandq_u32(hitA, hitB);
         if (vmaxvq_u32(hit) == 0) continue;
         const std::uint32_t lanes = laneBits(hit);
-        bits[x / 64] |= std::uint64_t{lanes} << (x % 64);
-        count += static_cast<std::uint32_t>(std::popcount(lanes));
+        count += markLanes(bits, x, lanes);
     }
     return count + tailPairHits(a, b, colorA, colorB, x, n, bits);
 }

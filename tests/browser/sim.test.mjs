@@ -172,6 +172,17 @@ test('asks for the password of an encrypted script, refuses a wrong one and play
   await overlay().waitFor({ state: 'hidden' });
 });
 
+test('an event sent with `tactora event` reaches the running simulator like a button would', async () => {
+  const sent = execFileSync(tactora, ['--root', root, 'event', 'libactivator.volume.down.hold-short']).toString();
+  assert.match(sent, /hold-short handled/);
+  await overlay().getByRole('dialog', { name: 'Tactora' }).waitFor();
+  // While the panel is open, events belong to the system.
+  const again = execFileSync(tactora, ['--root', root, 'event', 'libactivator.volume.down.hold-short']).toString();
+  assert.match(again, /not handled/);
+  await overlay().getByRole('button', { name: 'Cancel' }).click();
+  await overlay().waitFor({ state: 'hidden' });
+});
+
 test('shows an error panel, not a blank page, when the simulator stops', async () => {
   sim.kill('SIGTERM');
   await page.locator('#fatal').waitFor({ state: 'visible' });
