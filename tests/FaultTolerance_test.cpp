@@ -226,7 +226,7 @@ TEST(Faults, MissingDirectoriesAreMadeAgainAndFilesInTheirPlaceAreLeftAlone) {
         // An entry that stands where a directory belongs is taken as it is, never removed.
         EXPECT_TRUE(FileManager::prepareDirectories());
         EXPECT_EQ(fs::is_directory(dir), !test.replaceByFile);
-        if (test.replaceByFile) EXPECT_EQ(readFile(dir), "someone else's file");
+        if (test.replaceByFile) { EXPECT_EQ(readFile(dir), "someone else's file"); }
         EXPECT_TRUE(device.alerts.shown().empty());
 
         EXPECT_EQ(DataManager::initDb(), !libraryBroken);
@@ -248,7 +248,7 @@ TEST(Faults, MissingDirectoriesAreMadeAgainAndFilesInTheirPlaceAreLeftAlone) {
 
         logging("a line");
         EXPECT_EQ(device.logLines().size(), libraryBroken ? 0u : 1u);
-        if (test.replaceByFile) EXPECT_EQ(readFile(dir), "someone else's file");
+        if (test.replaceByFile) { EXPECT_EQ(readFile(dir), "someone else's file"); }
     }
 }
 

@@ -8,7 +8,7 @@
 
 #include "Control/ActionListener.h"
 #include "Control/ActivatorManager.h"
-#include "ControlFakes.h"
+#include "RuntimeFakes.h"
 #include "Kernel/LuaBridge.h"
 #include "Managers/DataManager.h"
 #include "Managers/FileManager.h"

@@ -106,7 +106,7 @@ TEST(LuaBridge, ScriptErrorsAreLoggedAndShownAsTheOptionsSay) {
         device.loop.drain();
         auto log = device.logLines();
         ASSERT_EQ(log.size(), options.logErrors ? 1u : 0u);
-        if (options.logErrors) EXPECT_EQ(log[0], "03-07 09:05:03 " + expected);
+        if (options.logErrors) { EXPECT_EQ(log[0], "03-07 09:05:03 " + expected); }
         auto alerts = device.alerts.shown();
         ASSERT_EQ(alerts.size(), options.alertErrors ? 1u : 0u);
         if (options.alertErrors) {

@@ -180,8 +180,9 @@ usleep(200000)
         EXPECT_EQ(samples[i].threads, warm.threads) << "pass " << samples[i].pass;
         peak = std::max(peak, samples[i].rssKb);
     }
-    if (memoryIsMeaningful)
+    if (memoryIsMeaningful) {
         EXPECT_LE(samples.back().rssKb - warm.rssKb, std::max(2048L, warm.rssKb / 20)) << "memory grew";
+    }
     RecordProperty("passes", int(passes));
     RecordProperty("peak_rss_kb", int(peak));
 }
