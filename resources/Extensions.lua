@@ -1,0 +1,5 @@
+-- Extensions.lua: every new Tactora interpreter runs this file before the script itself.
+--
+-- Functions defined here are available to every script, recorded or written by hand. The package
+-- installs this file empty of code; add your own helpers below (a later package update keeps an
+-- edited copy and installs its own beside it as Extensions.lua.dpkg-dist).
