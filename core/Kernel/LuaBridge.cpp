@@ -166,6 +166,8 @@ void LuaBridge::stopLuaRunning() {
     stop.store(1, std::memory_order_relaxed);
 }
 
+bool stopRequested() { return stop.load(std::memory_order_relaxed) == 1; }
+
 void LuaBridge::run(const std::function<int(lua_State*)>& load) {
     stop.store(0, std::memory_order_relaxed);
     std::atomic_thread_fence(std::memory_order_seq_cst);

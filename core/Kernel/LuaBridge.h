@@ -37,6 +37,11 @@ private:
     std::function<bool()> runCondition_;
 };
 
+// True from the moment a stop is asked for the run in progress until the next run begins. Work
+// that runs outside the interpreter for long (pauses, whole-screen searches) looks at it to give up
+// early; any thread may ask.
+bool stopRequested();
+
 // Registers the 24 script functions as globals, in their fixed order.
 void registerFunctions(lua_State* L);
 
