@@ -12,6 +12,7 @@
 #include "Managers/FileManager.h"
 #include "Models/Global.h"
 #include "Platform/Alerts.h"
+#include "Platform/Languages.h"
 #include "Platform/Clock.h"
 #include "Platform/Paths.h"
 #include "Platform/Platform.h"
@@ -54,6 +55,10 @@ std::string dateString() {
     char buffer[32];
     size_t length = std::strftime(buffer, sizeof buffer, "%Y-%m-%d %H:%M:%S", &now);
     return std::string(buffer, length);
+}
+
+std::string fileErrorDescription(int error, const std::string& path) {
+    return platform().languages->fileErrorDescription(error, path);
 }
 
 void showCreateFailedAlert(const std::string& description) {
@@ -118,9 +123,9 @@ void startRecording() {
             written = false;
             error = errno;
         }
-        if (!written) showCreateFailedAlert(std::strerror(error));
+        if (!written) showCreateFailedAlert(fileErrorDescription(error, *recording.filePath));
     } else {
-        showCreateFailedAlert(std::strerror(errno));
+        showCreateFailedAlert(fileErrorDescription(errno, *recording.filePath));
     }
 
     // A second start without a stop replaces the old handle.

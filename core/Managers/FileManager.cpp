@@ -4,6 +4,7 @@
 #include <system_error>
 
 #include "Platform/Alerts.h"
+#include "Platform/Languages.h"
 #include "Platform/Paths.h"
 #include "Platform/Platform.h"
 
@@ -30,7 +31,7 @@ bool ensureDirectory(const std::string& path, std::string& failure) {
     if (fs::exists(path, error)) return true;
     fs::create_directories(path, error);
     if (!error) return true;
-    failure = error.message();
+    failure = platform().languages->fileErrorDescription(error.value(), path);
     return false;
 }
 
