@@ -40,7 +40,7 @@ TEST(Utils, InstalledApplicationsListUserBeforeSystem) {
     ScopedPlatform scope;
     platform().deviceInfo = &cached;
     Strings ids;
-    for (const auto& app : Utils::appInstalledList()) ids.push_back(app.at("CFBundleIdentifier"));
+    for (const auto& app : Utils::appInstalledList()) ids.push_back(*app.at("CFBundleIdentifier").get<std::string>());
     EXPECT_EQ(ids, (Strings{"com.user.a", "com.user.b", "com.apple.mobilesafari"}));
 }
 

@@ -6,15 +6,18 @@
 #include <string_view>
 #include <vector>
 
+#include "Platform/PropertyList.h"
+
 namespace tactora {
 
 // Facts about the device that live outside the process: the IOKit device tree and the
 // system's installation cache.
 class DeviceInfo {
 public:
-    // One application's information dictionary from the installation cache, reduced to its
-    // string values ("CFBundleIdentifier", "CFBundleDisplayName", "Path", ...).
-    using AppInfo = std::map<std::string, std::string>;
+    // One application's whole information dictionary from the installation cache
+    // ("CFBundleIdentifier", "CFBundleDisplayName", "Path", "CFBundleIcons", ...), nested values
+    // included.
+    using AppInfo = PropertyList::Dictionary;
 
     // The installation cache's two sections, each in the order the dictionary lists its keys.
     struct InstallationCache {

@@ -11,7 +11,44 @@ namespace {
 
 constexpr const char* installationCachePath = "/private/var/mobile/Library/Caches/com.apple.mobile.installation.plist";
 
-// One section of the cache: application identifier -> information dictionary.
+std::string text(NSString* string) {
+    const char* utf8 = string.UTF8String;
+    return utf8 ? utf8 : "";
+}
+
+// A property-list object as the core's value, everything below it included. NSNumber holds both
+// truth values and numbers: its CFBoolean, integer and real kinds are told apart by CoreFoundation.
+PropertyList plain(id object) {
+    if ([object isKindOfClass:[NSString class]]) return text(object);
+    if ([object isKindOfClass:[NSNumber class]]) {
+        auto number = (__bridge CFNumberRef)object;
+        if (CFGetTypeID(number) == CFBooleanGetTypeID()) return PropertyList([object boolValue] == YES);
+        if (CFNumberIsFloatType(number)) return PropertyList([object doubleValue]);
+        return PropertyList(static_cast<std::int64_t>([object longLongValue]));
+    }
+    if ([object isKindOfClass:[NSDate class]]) {
+        return PropertyList(PropertyList::Date{[(NSDate*)object timeIntervalSinceReferenceDate]});
+    }
+    if ([object isKindOfClass:[NSData class]]) {
+        auto bytes = static_cast<const std::uint8_t*>([(NSData*)object bytes]);
+        return PropertyList(PropertyList::Data(bytes, bytes + [(NSData*)object length]));
+    }
+    if ([object isKindOfClass:[NSArray class]]) {
+        PropertyList::Array items;
+        for (id item in (NSArray*)object) items.push_back(plain(item));
+        return PropertyList(std::move(items));
+    }
+    if ([object isKindOfClass:[NSDictionary class]]) {
+        PropertyList::Dictionary entries;
+        for (id key in (NSDictionary*)object) {
+            if ([key isKindOfClass:[NSString class]]) entries[text(key)] = plain(((NSDictionary*)object)[key]);
+        }
+        return PropertyList(std::move(entries));
+    }
+    return PropertyList();  // nothing else occurs in a property list
+}
+
+// One section of the cache: application identifier -> information dictionary, each kept whole.
 std::vector<DeviceInfo::AppInfo> section(id value) {
     std::vector<DeviceInfo::AppInfo> apps;
     if (![value isKindOfClass:[NSDictionary class]]) return apps;
@@ -19,14 +56,7 @@ std::vector<DeviceInfo::AppInfo> section(id value) {
     for (id key in byIdentifier) {
         id info = byIdentifier[key];
         if (![info isKindOfClass:[NSDictionary class]]) continue;
-        DeviceInfo::AppInfo app;
-        for (id field in (NSDictionary*)info) {
-            id fieldValue = ((NSDictionary*)info)[field];
-            if ([field isKindOfClass:[NSString class]] && [fieldValue isKindOfClass:[NSString class]]) {
-                app[[(NSString*)field UTF8String] ?: ""] = [(NSString*)fieldValue UTF8String] ?: "";
-            }
-        }
-        apps.push_back(std::move(app));
+        apps.push_back(*plain(info).get<PropertyList::Dictionary>());
     }
     return apps;
 }
