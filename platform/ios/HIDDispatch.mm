@@ -37,13 +37,13 @@ void IOKitHIDDispatch::dispatchDigitizer(const HandEventDescription& hand) {
             kCFAllocatorDefault, hand.timestamp, finger.index, finger.identity, finger.eventMask, finger.x, finger.y,
             0, 0, 0, finger.range, finger.touch, 0);
         if (!fingerEvent) continue;
-        IOHIDEventAppendEvent(handEvent, fingerEvent);
+        IOHIDEventAppendEvent(handEvent, fingerEvent, 0);
         CFRelease(fingerEvent);  // the hand holds it now
     }
 
     IOHIDEventSetFloatValue(handEvent, kIOHIDEventFieldDigitizerX, hand.x);
     IOHIDEventSetFloatValue(handEvent, kIOHIDEventFieldDigitizerY, hand.y);
-    IOHIDEventSetIntegerValue(handEvent, kIOHIDEventFieldDigitizerEventMask, static_cast<int>(hand.eventMask));
+    IOHIDEventSetIntegerValue(handEvent, kIOHIDEventFieldDigitizerEventMask, static_cast<CFIndex>(hand.eventMask));
     IOHIDEventSetIntegerValue(handEvent, kIOHIDEventFieldDigitizerRange, hand.range);
     IOHIDEventSetIntegerValue(handEvent, kIOHIDEventFieldDigitizerTouch, hand.touch);
     dispatchAndRelease(handEvent);
@@ -67,9 +67,13 @@ DigitizerDisplay IOKitHIDDispatch::display() const {
             display.width = static_cast<float>(bounds.size.width);
             display.height = static_cast<float>(bounds.size.height);
         }
-        UIScreen* screen = [UIScreen mainScreen];
-        display.mainScreenRespondsToDisplayLink = [screen respondsToSelector:@selector(displayLinkWithTarget:selector:)];
-        display.mainScreenScale = static_cast<float>(screen.scale);
+        // backboardd is no UIKit application: it has no main screen object to ask. The scale comes
+        // from GraphicsServices, which reads the device's facts and answers in any process (UIKit
+        // takes its screen scale from the same facts); whether the screen class answers the
+        // display-link message is a question to the class, which needs no instance.
+        display.mainScreenRespondsToDisplayLink =
+            [UIScreen instancesRespondToSelector:@selector(displayLinkWithTarget:selector:)];
+        display.mainScreenScale = static_cast<float>(GSMainScreenScaleFactor());
     }
     return display;
 }

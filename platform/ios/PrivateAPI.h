@@ -78,10 +78,15 @@ IOHIDEventRef IOHIDEventCreateDigitizerFingerEvent(CFAllocatorRef allocator, uin
                                                    Boolean touch, IOHIDEventOptionBits options);
 IOHIDEventRef IOHIDEventCreateKeyboardEvent(CFAllocatorRef allocator, uint64_t timeStamp, uint16_t usagePage,
                                             uint16_t usage, Boolean down, IOHIDEventOptionBits options);
-void IOHIDEventAppendEvent(IOHIDEventRef event, IOHIDEventRef child);
-void IOHIDEventSetIntegerValue(IOHIDEventRef event, IOHIDEventField field, int value);
+// Adds `child` to `event`'s children (a finger to its hand). IOHIDFamily's IOHIDEvent.h declares
+// three parameters, the last one options (always 0 here); the call passes all three, since a
+// missing argument would hand the function whatever the third register held.
+void IOHIDEventAppendEvent(IOHIDEventRef event, IOHIDEventRef child, IOHIDEventOptionBits options);
+// Integer fields are CFIndex wide (IOHIDFamily's HID/HIDEvent.m and HIDEventAccessors.m pass
+// (CFIndex) values): an int argument would leave the upper half of the 64-bit register to chance.
+void IOHIDEventSetIntegerValue(IOHIDEventRef event, IOHIDEventField field, CFIndex value);
 void IOHIDEventSetFloatValue(IOHIDEventRef event, IOHIDEventField field, IOHIDFloat value);
-int IOHIDEventGetIntegerValue(IOHIDEventRef event, IOHIDEventField field);
+CFIndex IOHIDEventGetIntegerValue(IOHIDEventRef event, IOHIDEventField field);
 IOHIDFloat IOHIDEventGetFloatValue(IOHIDEventRef event, IOHIDEventField field);
 void IOHIDEventSetSenderID(IOHIDEventRef event, uint64_t senderID);
 uint64_t IOHIDEventGetSenderID(IOHIDEventRef event);
@@ -108,10 +113,12 @@ void IOHIDEventSystemClientRegisterEventCallback(IOHIDEventSystemClientRef clien
                                                  void* refcon);
 void IOHIDEventSystemClientUnregisterEventCallback(IOHIDEventSystemClientRef client);
 
-// The server side of one client connection, inside backboardd; iOS 7 and later (checked to
-// iOS 14.5). The event system calls _IOHIDEventSystemConnectionDispatchEvent for every event it
-// delivers to a connection; it is hooked, so it is looked up by its symbol name rather than
-// declared for linking.
+// The server side of one client connection, inside backboardd; iOS 7 and later (in IOKit's stubs of
+// the iOS 13.7, 14.5, 15.6 and 16.5 SDKs). The event system calls the exported
+// IOHIDEventSystemConnectionDispatchEvent for every event it delivers to a connection (its
+// symbol-table name is "_IOHIDEventSystemConnectionDispatchEvent"; the stubs also list a private
+// "__IOHIDEventSystemConnectionDispatchEvent", which is not the one hooked). It is hooked, so it
+// is looked up by that name rather than declared for linking.
 uint32_t IOHIDEventSystemConnectionGetType(IOHIDEventSystemConnectionRef connection);
 typedef void (*IOHIDEventSystemConnectionDispatchEventFunction)(IOHIDEventSystemConnectionRef connection,
                                                                 IOHIDEventRef event);
@@ -129,6 +136,12 @@ io_registry_entry_t IORegistryGetRootEntry(mach_port_t masterPort);
 CFTypeRef IORegistryEntrySearchCFProperty(io_registry_entry_t entry, const char plane[128], CFStringRef key,
                                           CFAllocatorRef allocator, uint32_t options);
 kern_return_t IOObjectRelease(io_object_t object);
+
+// --- GraphicsServices (iOS 2 and later; in the stubs of the iOS 13.7 to 16.5 SDKs) ---------
+
+// The main screen's pixels per point, as the system's device facts give it. Unlike UIScreen it
+// needs no UIKit application, so it answers in backboardd too.
+CGFloat GSMainScreenScaleFactor(void);
 
 // --- QuartzCore render server (iOS 7 and later) -----------------------------------------------
 
@@ -149,12 +162,12 @@ typedef int (*SBSLaunchApplicationWithIdentifierFunction)(CFStringRef identifier
 
 // --- backboardd (BackBoardServices / backboardd itself) -------------------------------------
 
-// backboardd's application class; its presence tells the tweak it runs in backboardd. iOS 6 and
-// later.
-@interface BKApplication : UIApplication
-@end
+// backboardd is recognised by its bundle identifier or its executable (BackboarddStartup.mm): its
+// old application class BKApplication is in no class dump of backboardd for iOS 13.5 to 16.4.
 
-// The idle timer of backboardd: told about user activity so the screen stays on. iOS 7 and later.
+// The idle timer of backboardd: told about user activity so the screen stays on. iOS 7 and later
+// (usr/libexec/backboardd/BKUserEventTimer.h in the class dumps of iOS 13.5.1, 14.0, 15.5 and
+// 16.4, each with +sharedInstance and -userEventOccurredOnDisplay:).
 @interface BKUserEventTimer : NSObject
 + (instancetype)sharedInstance;
 - (void)userEventOccurredOnDisplay:(id)display;
@@ -172,12 +185,12 @@ typedef int (*SBSLaunchApplicationWithIdentifierFunction)(CFStringRef identifier
 // --- SpringBoard ----------------------------------------------------------------------------
 
 // SpringBoard's application class. It is told when the interface turns, in one of three forms
-// (the later two as seen in iOS 9-10 and iOS 11-14 class dumps); each hook is installed only where
-// its selector exists.
+// (iOS 5-8; iOS 9 and later; iOS 11 and later). The class dumps of SpringBoard for iOS 13.5.1, 14.0
+// and 15.5 hold both of the later two; each hook is installed where its selector exists.
 @interface SpringBoard : UIApplication
 // iOS 5 to iOS 8.
 - (void)noteInterfaceOrientationChanged:(UIInterfaceOrientation)orientation duration:(double)duration;
-// iOS 9 and 10.
+// iOS 9 and later.
 - (void)noteInterfaceOrientationChanged:(UIInterfaceOrientation)orientation
                                duration:(double)duration
                              logMessage:(NSString*)message;

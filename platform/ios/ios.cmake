@@ -62,6 +62,9 @@ function(tactora_tweak layout packageRoot stubs)
   foreach(framework ${TACTORA_IOS_FRAMEWORKS})
     target_link_libraries(${target} PRIVATE "-framework ${framework}")
   endforeach()
+  # GraphicsServices is a private framework: its stub sits apart from the public ones.
+  target_link_libraries(${target} PRIVATE -F${TACTORA_IOS_SDK}/System/Library/PrivateFrameworks
+    "-framework GraphicsServices")
   target_link_libraries(${target} PRIVATE tactora_core
     -F${stubs} "-framework CydiaSubstrate"
     ${stubs}/libactivator.tbd ${stubs}/librocketbootstrap.tbd)
