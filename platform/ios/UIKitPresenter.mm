@@ -454,9 +454,15 @@ static const NSInteger dropDownTransition = 4;
     return self;
 }
 
-// Shows what the model holds now.
+// Shows what the model holds now. The count field keeps its text only while the user types into
+// it (rewriting it would move the caret); anything else that changes the count, a stepper press
+// while the number pad is up included, shows the new count in the field.
 - (void)refresh {
-    if (!_repeatCountTextField.isEditing) _repeatCountTextField.text = string(_panel->repeatCountText());
+    [self refreshKeepingTypedCount:NO];
+}
+
+- (void)refreshKeepingTypedCount:(BOOL)keepTypedCount {
+    if (!keepTypedCount) _repeatCountTextField.text = string(_panel->repeatCountText());
     _repeatIntervalValueLabel.text = string(_panel->repeatIntervalValueText());
     _playSpeedValueLabel.text = string(_panel->playSpeedValueText());
     _steppers[0].value = _panel->repeatCountStepper().value;
@@ -478,7 +484,7 @@ static const NSInteger dropDownTransition = 4;
 
 - (void)repeatCountChanged {
     _panel->typeRepeatCount(_repeatCountTextField.text.UTF8String ?: "");
-    [self refresh];
+    [self refreshKeepingTypedCount:YES];
 }
 
 - (void)viewTapped {
