@@ -6,6 +6,9 @@
 #   TACTORA_IOS_HEADERS   CydiaSubstrate/Activator/RocketBootstrap headers (required with the SDK)
 #   TACTORA_IOS_LIBS      their stubs (rootless ones under iphone/rootless) (required with the SDK)
 #   TACTORA_LUA_SOURCE    src/ of a Lua 5.2 source tree (default: fetched with apt-get source)
+#   TACTORA_IOS_ARM64E_CC, TACTORA_IOS_ARM64E_LD   a clang and an ld64 of Apple's arm64e ABI (Xcode's,
+#                         or a Linux build of Apple's LLVM and ld64) (optional: with both, the
+#                         dylib is fat, arm64 + arm64e; without, arm64 only)
 # Output: build/ios/packages/com.tactora.tactora_<version>_iphoneos-arm{,64}.deb
 # Without an SDK it prints one line and succeeds, so the test suite runs anywhere.
 set -euo pipefail
@@ -21,7 +24,16 @@ for var in TACTORA_IOS_HEADERS TACTORA_IOS_LIBS; do
   [ -n "${!var:-}" ] && [ -d "${!var}" ] || fail "$var must name a directory (see docs/ios-build.md)"
 done
 for tool in clang++ ninja cmake dpkg-deb; do command -v "$tool" >/dev/null || fail "$tool is missing"; done
+# The arm64e compile-only pass needs a clang that knows the pointer-authentication flags.
+command -v clang-19 >/dev/null || fail "clang-19 is missing (Debian: clang-19)"
 command -v ld64.lld >/dev/null || command -v ld64.lld-14 >/dev/null || fail "ld64.lld is missing (Debian: lld)"
+arm64e=""
+if [ -n "${TACTORA_IOS_ARM64E_CC:-}${TACTORA_IOS_ARM64E_LD:-}" ]; then
+  [ -x "${TACTORA_IOS_ARM64E_CC:-}" ] && [ -x "${TACTORA_IOS_ARM64E_LD:-}" ] ||
+    fail "TACTORA_IOS_ARM64E_CC and TACTORA_IOS_ARM64E_LD must both name executables (see docs/ios-build.md)"
+  lipo=$(command -v llvm-lipo || command -v llvm-lipo-14) || fail "llvm-lipo is missing (Debian: llvm)"
+  arm64e=yes
+fi
 [ -d "${TACTORA_LIBCXX_HEADERS:-/usr/lib/llvm-14/include/c++/v1}" ] ||
   fail "no libc++ headers: install libc++-14-dev or set TACTORA_LIBCXX_HEADERS"
 
@@ -62,6 +74,28 @@ if grep -q "warning:" "$log"; then
   grep -B2 -A4 "warning:" "$log" >&2
   fail "the build has warnings"
 fi
+
+# Pointer authentication: every file of the core and the platform layer compiles for arm64e, under
+# the arm64e ABI's signing of calls, returns and vtables, without a warning. Debian's clang cannot
+# make a loadable arm64e slice (an older ABI, and no linker), but it does check the code: a function
+# pointer that must be re-signed (PointerAuth.h) or an intrinsic used wrongly shows here.
+ptrauth_flags=(-target arm64e-apple-ios14.0 -fptrauth-calls -fptrauth-returns -fptrauth-intrinsics
+  -fptrauth-auth-traps -fptrauth-indirect-gotos -fptrauth-vtable-pointer-address-discrimination
+  -fptrauth-vtable-pointer-type-discrimination -fptrauth-init-fini)
+libcxx=${TACTORA_LIBCXX_HEADERS:-/usr/lib/llvm-14/include/c++/v1}
+common=(-fsyntax-only -isysroot "$TACTORA_IOS_SDK" -nostdinc++ -isystem "$libcxx" -std=c++20 -Os -DNDEBUG
+  -I "$here/platform" -I "$here/core" -isystem "$TACTORA_IOS_HEADERS" -isystem "$TACTORA_LUA_SOURCE"
+  -F "$TACTORA_IOS_LIBS" -Wall -Wextra -Werror)
+ptrauth_log="$out/arm64e-check.log"
+: >"$ptrauth_log"
+checked=0
+for file in platform/ios/*.mm "$out/cmake/rootful/PackageRoot.mm" $(find core -name '*.cpp' | sort); do
+  case $file in *.mm) language=(-x objective-c++ -fobjc-arc) ;; *) language=(-x c++) ;; esac
+  clang-19 "${ptrauth_flags[@]}" "${common[@]}" "${language[@]}" "$file" >>"$ptrauth_log" 2>&1 ||
+    { cat "$ptrauth_log" >&2; fail "$file does not compile cleanly for arm64e"; }
+  checked=$((checked + 1))
+done
+echo "build-ios: arm64e compile-only pass clean ($checked files)"
 
 # Each dylib names the injector, Activator and RocketBootstrap where its jailbreak keeps them, is
 # signed, and depends on nothing but the system and those three.
@@ -109,6 +143,35 @@ check_dylib() {
 }
 for layout in rootful rootless; do check_dylib "$out/cmake/$layout/Tactora.dylib" "$layout"; done
 
+# With Apple's arm64e toolchain, a second build makes the arm64e slice (its ABI begins with iOS 14),
+# checked as the arm64 one is, and each layout's dylib becomes fat.
+mkdir -p "$out/dylibs"
+for layout in rootful rootless; do cp "$out/cmake/$layout/Tactora.dylib" "$out/dylibs/Tactora-$layout.dylib"; done
+if [ -n "$arm64e" ]; then
+  export TACTORA_IOS_ARM64E_CC TACTORA_IOS_ARM64E_LD
+  TACTORA_IOS_ARCHS=arm64e TACTORA_IOS_MIN=14.0 \
+    cmake -G Ninja -S "$here" -B "$out/cmake-arm64e" -DCMAKE_BUILD_TYPE=MinSizeRel -DTACTORA_PLATFORM=ios \
+    -DCMAKE_TOOLCHAIN_FILE="$here/cmake/ios.toolchain.cmake" -DTACTORA_TESTS=OFF -DTACTORA_BENCH=OFF >/dev/null
+  if ! cmake --build "$out/cmake-arm64e" -j 2 >"$out/build-arm64e.log" 2>&1; then
+    cat "$out/build-arm64e.log" >&2
+    fail "the arm64e build failed"
+  fi
+  if grep -q "warning:" "$out/build-arm64e.log"; then
+    grep -B2 -A4 "warning:" "$out/build-arm64e.log" >&2
+    fail "the arm64e build has warnings"
+  fi
+  for layout in rootful rootless; do
+    slice="$out/cmake-arm64e/$layout/Tactora.dylib"
+    check_dylib "$slice" "$layout"
+    "$lipo" -create "$out/cmake/$layout/Tactora.dylib" "$slice" -output "$out/dylibs/Tactora-$layout.dylib"
+    [ "$("$lipo" -archs "$out/dylibs/Tactora-$layout.dylib")" = "arm64 arm64e" ] ||
+      fail "the $layout dylib is not fat arm64 + arm64e"
+  done
+  echo "build-ios: dylibs are fat: arm64 + arm64e"
+else
+  echo "build-ios: arm64 only (loads on A8 to A11; set TACTORA_IOS_ARM64E_CC and TACTORA_IOS_ARM64E_LD for arm64e)"
+fi
+
 version=$(sed -n 's/^project(Tactora VERSION \([0-9.]*\).*/\1/p' CMakeLists.txt)
 packages="$out/packages"
 rm -rf "$packages" && mkdir -p "$packages"
@@ -119,21 +182,36 @@ for layout in rootful rootless; do
   esac
   stage="$out/stage-$layout"
   rm -rf "$stage"
-  libdir="$stage$prefix/Library/MobileSubstrate/DynamicLibraries"
-  mkdir -p "$stage/DEBIAN" "$libdir"
-  install -m 0755 "$out/cmake/$layout/Tactora.dylib" "$libdir/Tactora.dylib"
-  install -m 0644 platform/ios/Tactora.plist "$libdir/Tactora.plist"
+  mkdir -p "$stage/DEBIAN"
+  staged=()
+  # Installs $1 at the device path $3 (under the layout's prefix) with mode $2.
+  stage_file() {
+    install -D -m "$2" "$1" "$stage$prefix$3"
+    staged+=("$prefix$3")
+  }
+  stage_file "$out/dylibs/Tactora-$layout.dylib" 0755 /Library/MobileSubstrate/DynamicLibraries/Tactora.dylib
+  stage_file platform/ios/Tactora.plist 0644 /Library/MobileSubstrate/DynamicLibraries/Tactora.plist
+  # Every new interpreter runs it first; a user's edits to it survive upgrades (a conffile).
+  stage_file resources/Extensions.lua 0644 /Applications/Tactora.app/Extensions.lua
+  echo "$prefix/Applications/Tactora.app/Extensions.lua" >"$stage/DEBIAN/conffiles"
   sed -e "s/@VERSION@/$version/" -e "s/@ARCHITECTURE@/$arch/" -e "s/@FIRMWARE@/$firmware/" \
     platform/ios/package/control.in >"$stage/DEBIAN/control"
   deb="$packages/com.tactora.tactora_${version}_${arch}.deb"
   dpkg-deb --root-owner-group -Zgzip -b "$stage" "$deb" >/dev/null
 
-  # The package holds exactly the dylib and its filter, and its control file parses.
-  expected=$(printf '%s\n' "./$prefix/Library/MobileSubstrate/DynamicLibraries/Tactora.dylib" \
-                            "./$prefix/Library/MobileSubstrate/DynamicLibraries/Tactora.plist" | sed 's|//|/|' | sort)
+  # The package holds exactly the staged files, its filter names both processes by bundle and by
+  # executable, Extensions.lua is a conffile, and its control file parses.
+  expected=$(printf '.%s\n' "${staged[@]}" | sort)
   actual=$(dpkg-deb --contents "$deb" | awk '$1 !~ /^d/ {print $6}' | sort)
   [ "$actual" = "$expected" ] || fail "$deb holds unexpected files: $actual"
+  filter=$(dpkg-deb --fsys-tarfile "$deb" | tar -xO ".$prefix/Library/MobileSubstrate/DynamicLibraries/Tactora.plist")
+  for name in com.apple.springboard com.apple.backboardd SpringBoard backboardd; do
+    grep -q "<string>$name</string>" <<<"$filter" || fail "$deb's filter does not name $name"
+  done
+  grep -q "<key>Executables</key>" <<<"$filter" || fail "$deb's filter names no executables"
+  [ "$(dpkg-deb --ctrl-tarfile "$deb" | tar -xO ./conffiles)" = "$prefix/Applications/Tactora.app/Extensions.lua" ] ||
+    fail "$deb does not keep Extensions.lua as a conffile"
   [ "$(dpkg-deb --field "$deb" Architecture)" = "$arch" ] || fail "$deb has the wrong architecture"
   dpkg-deb --info "$deb" >/dev/null || fail "$deb has no valid control file"
-  echo "build-ios: $deb"
+  echo "build-ios: $deb ($(stat -c %s "$deb") bytes; dylib $(stat -c %s "$out/dylibs/Tactora-$layout.dylib") bytes)"
 done
