@@ -145,6 +145,9 @@ TEST(SimAuthoring, PositionsCutsAndSearchesFollowTheDevicesUnits) {
         auto ignoring = phone.ask("search", {{"template", "noise.png"}, {"fuzzy", 1.0}, {"ignoreColors", {0x00FF00}}, {"safe", true}});
         EXPECT_EQ(ignoring.second["count"], 2);
         EXPECT_TRUE(ignoring.second["safeFuzzy"].is_null());
+        // The screen kept as it is now is the same picture, pixel for pixel.
+        EXPECT_EQ(phone.ask("screen/open", {{"current", true}}).first, 200);
+        EXPECT_EQ(phone.ask("search", {{"template", "noise.png"}, {"fuzzy", 1.0}}).second["count"], 1);
         EXPECT_EQ(ignoring.second["line"],
                   "findImage{imagePath = rootDir() .. \"noise.png\", fuzzy = 1.00, ignoreColors = {0x00FF00}}");
     }

@@ -194,13 +194,42 @@ void Simulator::installAuthoring() {
     server_.post("script/stop", [this](const json&) { return stopScript(); });
 }
 
+namespace {
+
+// The screen shown now as a PNG file, as a script's screenshot would write it.
+std::optional<std::string> currentScreenPng() {
+    const ScreenImage image = CaptureScreen::captureScreen();
+    if (image.empty()) return std::nullopt;
+    std::vector<std::uint8_t> rgba(image.byteCount());
+    for (std::size_t i = 0; i < rgba.size(); i += 4) {
+        rgba[i] = image.pixels[i + 2];
+        rgba[i + 1] = image.pixels[i + 1];
+        rgba[i + 2] = image.pixels[i];
+        rgba[i + 3] = 0xFF;
+    }
+    auto png = platform().imageCodec->encodePng(rgba.data(), static_cast<std::uint32_t>(image.width),
+                                                static_cast<std::uint32_t>(image.height), image.bytesPerRow());
+    if (!png) return std::nullopt;
+    return std::string(png->begin(), png->end());
+}
+
+}  // namespace
+
 json Simulator::openPicture(const json& body) {
-    auto field = body.find("png");
-    if (field == body.end() || !field->is_string()) throw ApiError{400, "\"png\" must be the picture in base64"};
-    if (field->get_ref<const std::string&>().size() > largestPicture / 3 * 4)
-        throw ApiError{400, "the picture is larger than 30 MB"};
-    auto bytes = decodeBase64(*field);
-    if (!bytes) throw ApiError{400, "\"png\" is not base64"};
+    std::optional<std::string> bytes;
+    if (body.value("current", false)) {
+        // The screen as it is now, kept still while the scene or a script moves on behind it.
+        bytes = currentScreenPng();
+        if (!bytes) throw ApiError{409, "the screen could not be captured"};
+    } else {
+        auto field = body.find("png");
+        if (field == body.end() || !field->is_string())
+            throw ApiError{400, "\"png\" must be the picture in base64 (or \"current\": true)"};
+        if (field->get_ref<const std::string&>().size() > largestPicture / 3 * 4)
+            throw ApiError{400, "the picture is larger than 30 MB"};
+        bytes = decodeBase64(*field);
+        if (!bytes) throw ApiError{400, "\"png\" is not base64"};
+    }
     PixelBufferPtr pixels = decodePng(*bytes);
     if (!pixels) throw ApiError{400, "this is not a PNG picture that can be read"};
     const auto width = static_cast<int>(pixels->width), height = static_cast<int>(pixels->height);
@@ -237,7 +266,7 @@ json Simulator::openPicture(const json& body) {
     auto opened = std::make_shared<OpenedPicture>();
     opened->frame = std::move(frame);
     opened->png = std::move(*bytes);
-    opened->name = body.value("name", std::string("screenshot.png")).substr(0, 120);
+    opened->name = body.value("name", std::string(body.value("current", false) ? "the kept screen" : "screenshot.png")).substr(0, 120);
     {
         std::lock_guard lock(openedMutex_);
         opened_ = std::move(opened);

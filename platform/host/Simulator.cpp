@@ -129,12 +129,7 @@ Simulator::Simulator(MainLoop& loop, SceneState& scene, DeviceProfile profile, S
     installAuthoring();
 
     scene_.setOnChange([this](const std::string& name) {
-        // The phone moved on: a picture opened over the old screen no longer stands for it.
-        {
-            std::lock_guard lock(openedMutex_);
-            if (opened_) ++openedChanges_;
-            opened_.reset();
-        }
+        // An opened picture stays in front until the page closes it; the scene moves on behind it.
         server_.publish("screen", {{"name", name}, {"version", screenVersion()}});
     });
     if (!options_.logPath.empty())

@@ -164,6 +164,11 @@ test('opens a screenshot by its size and picks a point on it, as getColor reads 
 
   await page.getByRole('button', { name: 'Back to the scene' }).click();
   await page.waitForFunction(() => document.querySelector('#close-picture').hidden);
+  // The scene's own screen can be kept still the same way.
+  await page.getByRole('button', { name: 'Keep this screen' }).click();
+  await page.locator('#open-status').filter({ hasText: 'stays until' }).waitFor();
+  await page.getByRole('button', { name: 'Back to the scene' }).click();
+  await page.waitForFunction(() => document.querySelector('#close-picture').hidden);
 });
 
 test('cuts a template, finds it once where it was cut, and `tactora play` finds it there too', async () => {

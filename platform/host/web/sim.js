@@ -617,6 +617,12 @@ function makeAuthoring() {
     phone.classList.remove('dropping');
     openFile(e.dataTransfer.files[0]);
   });
+  $('keep-screen').addEventListener('click', async () => {
+    try {
+      const answer = await ask('screen/open', { current: true });
+      $('open-status').textContent = 'The screen as it was (' + answer.width + ' x ' + answer.height + ') stays until “Back to the scene”.';
+    } catch (error) { $('open-status').textContent = 'Not kept: ' + error.message; }
+  });
   $('close-picture').addEventListener('click', async () => {
     try { await ask('screen/close'); $('open-status').textContent = 'Back to the scene.'; } catch (error) { $('open-status').textContent = error.message; }
   });
