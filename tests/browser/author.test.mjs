@@ -87,6 +87,26 @@ async function dismissAlerts() {
   await overlay.waitFor({ state: 'hidden' });
 }
 
+test('every script tool is reached with Tab and has a name a screen reader reads', async () => {
+  const tools = ['touch-layer', 'open-file', 'keep-screen', 'cut-x', 'cut-y', 'cut-width', 'cut-height', 'template-name',
+    'cut-save', 'template-select', 'fuzzy', 'ignore-input', 'ignore-add', 'ignore-picked', 'script-select', 'script-save',
+    'script-run', 'editor'];
+  const reached = new Map();
+  await page.locator('body').focus();
+  for (let presses = 0; presses < 120 && reached.size < tools.length; presses++) {
+    await page.keyboard.press('Tab');
+    const id = await page.evaluate(() => document.activeElement.id);
+    if (tools.includes(id) && !reached.has(id)) {
+      const node = await page.accessibility.snapshot({ root: await page.evaluateHandle(() => document.activeElement), interestingOnly: false });
+      reached.set(id, node && node.name);
+    }
+  }
+  assert.deepEqual(tools.filter((id) => !reached.has(id)), [], 'not reached with Tab');
+  assert.deepEqual([...reached].filter(([, name]) => !name || !name.trim()).map(([id]) => id), [], 'without a name');
+  // The modes are one group of radio buttons, reached and named too.
+  assert.equal(await page.getByRole('group', { name: 'The mouse on the screen' }).getByRole('radio').count(), 3);
+});
+
 test('the trail joins one touch only, and the Touches pane times every touch and names its moves', async () => {
   const screen = await screenAt();
   await mode('Touches');
