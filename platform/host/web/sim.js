@@ -661,9 +661,19 @@ function makeAuthoring() {
       ...templates.map((name) => el('option', { value: name, textContent: name })));
     select.value = templates.includes(current) ? current : '';
   }
+  // One search at a time: while one runs, only the newest request waits behind it (a slider
+  // dragged across its range must not queue a search for every step).
+  let searching = false, waiting = null;
   function runSearch(safe) {
     clearTimeout(searchTimer);
-    searchTimer = setTimeout(() => search(safe), 60);
+    searchTimer = setTimeout(async () => {
+      if (searching) { waiting = { safe: safe || (waiting && waiting.safe) }; return; }
+      searching = true;
+      try { await search(safe); } finally {
+        searching = false;
+        if (waiting) { const next = waiting; waiting = null; runSearch(next.safe); }
+      }
+    }, 60);
   }
   async function search(safe) {
     const template = $('template-select').value;
