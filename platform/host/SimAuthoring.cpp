@@ -3,6 +3,7 @@
 // from the functions a script calls (getColor, screenshotRegion, findImage, the runner), on the
 // capture the display gives them, so the page shows what the script will get.
 #include <algorithm>
+#include <atomic>
 #include <cctype>
 #include <chrono>
 #include <cmath>
@@ -196,21 +197,19 @@ void Simulator::installAuthoring() {
 
 namespace {
 
-// The screen shown now as a PNG file, as a script's screenshot would write it.
+// The screen shown now as a PNG file, exactly as a script's screenshot() writes it.
 std::optional<std::string> currentScreenPng() {
-    const ScreenImage image = CaptureScreen::captureScreen();
-    if (image.empty()) return std::nullopt;
-    std::vector<std::uint8_t> rgba(image.byteCount());
-    for (std::size_t i = 0; i < rgba.size(); i += 4) {
-        rgba[i] = image.pixels[i + 2];
-        rgba[i + 1] = image.pixels[i + 1];
-        rgba[i + 2] = image.pixels[i];
-        rgba[i + 3] = 0xFF;
-    }
-    auto png = platform().imageCodec->encodePng(rgba.data(), static_cast<std::uint32_t>(image.width),
-                                                static_cast<std::uint32_t>(image.height), image.bytesPerRow());
-    if (!png) return std::nullopt;
-    return std::string(png->begin(), png->end());
+    static std::atomic<unsigned> kept{0};  // two pages keeping a screen at once write two files
+    const std::string device =
+        std::string(devicepaths::libraryDirectory) + "/kept-screen-" + std::to_string(++kept) + ".png";
+    const fs::path file = platform().paths->map(device);
+    std::error_code ignored;
+    fs::create_directories(file.parent_path(), ignored);
+    fs::remove(file, ignored);
+    screenshot(device.c_str());
+    auto bytes = readWhole(file);
+    fs::remove(file, ignored);
+    return bytes;
 }
 
 }  // namespace
