@@ -552,7 +552,8 @@ function makeAuthoring() {
   canvas.addEventListener('pointermove', (e) => {
     if (mode === 'touch') return;
     const p = toPoints(e);
-    if (mode === 'pick') { drawLoupe(p); pickAt(p, false); }
+    // A screen reader hears what the keyboard picks, not every step of the mouse.
+    if (mode === 'pick') { $('pick-readout').setAttribute('aria-live', 'off'); drawLoupe(p); pickAt(p, false); }
     if (mode === 'cut' && dragFrom) {
       const a = dragFrom, b = toUnits(p);
       const x = Math.max(0, Math.min(a.x, b.x)), y = Math.max(0, Math.min(a.y, b.y));
@@ -582,6 +583,7 @@ function makeAuthoring() {
     const moves = { ArrowLeft: [-1, 0], ArrowRight: [1, 0], ArrowUp: [0, -1], ArrowDown: [0, 1] };
     if (!cursor) cursor = { x: Math.floor(unitsWide() / 2), y: Math.floor(unitsHigh() / 2) };
     const centre = () => ({ x: (cursor.x + 0.5) * unit, y: (cursor.y + 0.5) * unit });
+    $('pick-readout').setAttribute('aria-live', 'polite');
     if (moves[e.key]) {
       e.preventDefault();
       const step = e.shiftKey ? 10 : 1;
