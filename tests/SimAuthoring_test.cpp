@@ -196,3 +196,24 @@ TEST(SimAuthoring, RefusesWhatThePageMustNotAskAndKeepsFilesWhole) {
     EXPECT_EQ(phone.ask("script/read", {{"title", "keep.lua"}}).second["text"], "log('changed')\n");
     EXPECT_EQ(std::distance(fs::directory_iterator(scripts), fs::directory_iterator()), 1) << "no partial files left";
 }
+
+TEST(SimAuthoring, FindsAScriptsErrorAndItsLineInTheLog) {
+    const std::string dir = "/home/me/device/var/mobile/Library/Tactora/Scripts";
+    struct Case {
+        std::string line;
+        std::optional<json> error;
+    };
+    const std::vector<Case> cases = {
+        {"11-23 05:40:49 " + dir + "/b.lua:3: attempt to call global 'noSuch' (a nil value)",
+         json{{"title", "b.lua"}, {"line", 3}, {"message", "attempt to call global 'noSuch' (a nil value)"}}},
+        // Lua keeps only the end of a long chunk name.
+        {"11-23 05:40:49 ...Library/Tactora/Scripts/long-name.lua:120: unexpected symbol near 'x'",
+         json{{"title", "long-name.lua"}, {"line", 120}, {"message", "unexpected symbol near 'x'"}}},
+        {"11-23 05:40:49 /elsewhere/b.lua:3: not one of the scripts", std::nullopt},
+        {"11-23 05:40:49 ...elsewhere/b.lua:3: not one of the scripts either", std::nullopt},
+        {"11-23 05:40:49 " + dir + "/b.lua: no line", std::nullopt},
+        {"11-23 05:40:49 " + dir + "/b.lua:99999999999999: too long a number", std::nullopt},
+        {"11-23 05:40:49 a script's own log line", std::nullopt},
+    };
+    for (const auto& c : cases) EXPECT_EQ(scriptErrorFromLogLine(c.line, dir), c.error) << c.line;
+}

@@ -480,12 +480,12 @@ json Simulator::stopScript() {
     return answer;
 }
 
-std::optional<json> Simulator::scriptErrorFromLogLine(const std::string& line) const {
+std::optional<json> scriptErrorFromLogLine(const std::string& line, const std::string& scriptsDirectory) {
     // Lua names the chunk by its file, "/path/Scripts/name.lua:LINE: message", and keeps only the
     // end of a long path behind "...".
     const std::size_t colon = line.find(".lua:");
     if (colon == std::string::npos) return std::nullopt;
-    const std::string directory = scriptsDirectory() + "/";
+    const std::string directory = scriptsDirectory + "/";
     std::string chunk;
     if (const std::size_t at = line.find(directory); at != std::string::npos && at < colon) {
         chunk = line.substr(at, colon + 4 - at);

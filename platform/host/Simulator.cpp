@@ -136,7 +136,7 @@ Simulator::Simulator(MainLoop& loop, SceneState& scene, DeviceProfile profile, S
         logTail_ = std::make_unique<FileTail>(options_.logPath, [this](const std::vector<std::string>& lines) {
             server_.publish("log", {{"lines", lines}});
             for (const auto& line : lines)
-                if (auto failure = scriptErrorFromLogLine(line)) server_.publish("scriptError", *failure);
+                if (auto failure = scriptErrorFromLogLine(line, platform().paths->map(devicepaths::scriptsDirectory))) server_.publish("scriptError", *failure);
         });
     if (!options_.tracePath.empty())
         traceTail_ = std::make_unique<FileTail>(options_.tracePath,

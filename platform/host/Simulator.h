@@ -50,6 +50,10 @@ FrameSource sceneFrames(SceneState& scene);
 // script with "play now" would (main loop). False while something plays or records.
 bool playScriptOnce(const std::string& script);
 
+// A line of the script log that reports the error of a script in `scriptsDirectory`, as
+// {"title", "line", "message"}; none for any other line.
+std::optional<nlohmann::json> scriptErrorFromLogLine(const std::string& line, const std::string& scriptsDirectory);
+
 // The picture a person opened on the page in place of the scene's screen.
 struct OpenedPicture {
     std::shared_ptr<const Frame> frame;
@@ -110,8 +114,6 @@ private:
     nlohmann::json saveScript(const nlohmann::json& body);
     nlohmann::json runScript(const nlohmann::json& body);
     nlohmann::json stopScript();
-    // A line of the script log that reports a script's error: {"title", "line", "message"}.
-    std::optional<nlohmann::json> scriptErrorFromLogLine(const std::string& line) const;
 
     MainLoop& loop_;
     SceneState& scene_;
