@@ -376,7 +376,9 @@ json Simulator::search(const json& body) {
 
     std::lock_guard lock(searchMutex_);
     // The matcher keeps its settings in process-wide values, which a playing script sets too.
-    if (Global::sharedInstance().isPlaying()) throw ApiError{409, "a script is playing; stop it to try a search"};
+    // A stopped run may still be inside a search until its interpreter is gone.
+    if (Global::sharedInstance().isPlaying() || Global::sharedInstance().luaBridge())
+        throw ApiError{409, "a script is playing; stop it to try a search"};
     // One capture for every search of this request, as findImage's own would be.
     PixelBufferPtr screen(getImageData(CaptureScreen::captureScreen()));
     if (!screen || screen->width == 0) throw ApiError{409, "the screen could not be captured"};
@@ -459,6 +461,8 @@ json Simulator::saveScript(const json& body) {
 json Simulator::runScript(const json& body) {
     const std::string title = checkedName(body, "title", {".lua"});
     if (!fs::exists(fs::path(scriptsDirectory()) / title)) throw ApiError{404, "no script " + title + " in the scripts directory"};
+    // A search under way ends before the script can search too.
+    std::lock_guard lock(searchMutex_);
     auto [status, answer] = onMainLoop([&] {
         if (!playScriptOnce(title))
             return std::pair{409, json{{"error", "something plays or records; stop it first"}}};
