@@ -249,6 +249,7 @@ CountingOutcome searchByCounting(const CountingQuery& q,
         sums.assign(stride * (areaHeight + 1), 0);
         const auto wanted = static_cast<std::uint16_t>(l);
         for (std::size_t y = 0; y < areaHeight; ++y) {
+            if (stopRequested()) return CountingOutcome::stopped;
             const std::uint16_t* in = screenLabel.data() + y * areaWidth;
             const std::uint32_t* above = sums.data() + y * stride;
             std::uint32_t* out = sums.data() + (y + 1) * stride;
