@@ -2,7 +2,9 @@
 
 #include <algorithm>
 #include <atomic>
+#include <cstdlib>
 #include <cstring>
+#include <memory>
 
 #include "Kernel/LuaBridge.h"
 
@@ -109,6 +111,18 @@ std::vector<Rectangle> rectanglesOf(const std::uint32_t* pixels, std::size_t cou
 
 enum class Way : std::uint8_t { uncounted, scatter, rectangles };
 
+// Screen-sized arrays that are not cleared up front: clearing megabytes at once would keep a stop
+// waiting. Fresh pages from calloc read as zero and are touched row by row, between stop checks.
+template <class T>
+struct Plane {
+    explicit Plane(std::size_t count, bool zeroed)
+        : data(static_cast<T*>(zeroed ? std::calloc(count ? count : 1, sizeof(T)) : std::malloc((count ? count : 1) * sizeof(T)))) {}
+    ~Plane() { std::free(data); }
+    Plane(const Plane&) = delete;
+    Plane& operator=(const Plane&) = delete;
+    T* data;
+};
+
 }  // namespace
 
 void useCounting(CountingChoice chosen) { choice.store(chosen, std::memory_order_relaxed); }
@@ -164,12 +178,13 @@ CountingOutcome searchByCounting(const CountingQuery& q,
     }
 
     // Which colour each screen pixel of the area is, and how often each occurs.
-    std::vector<std::uint16_t> screenLabel(area);
+    Plane<std::uint16_t> screenLabel(area, false);
+    if (!screenLabel.data) return CountingOutcome::declined;
     std::vector<std::uint64_t> screenCount(labels, 0);
     for (std::size_t y = 0; y < areaHeight; ++y) {
         if (stopRequested()) return CountingOutcome::stopped;
         const std::uint8_t* p = q.screen->data + y * q.screen->bytesPerRow;
-        std::uint16_t* out = screenLabel.data() + y * areaWidth;
+        std::uint16_t* out = screenLabel.data + y * areaWidth;
         std::uint32_t last = 0xFFFFFFFFu;
         std::uint16_t lastLabel = 0;
         for (std::size_t x = 0; x < areaWidth; ++x, p += 4) {
@@ -223,13 +238,14 @@ CountingOutcome searchByCounting(const CountingQuery& q,
 
     // The counts, position by position.
     const auto cols = static_cast<std::size_t>(q.cols), rows = static_cast<std::size_t>(q.rows);
-    std::vector<std::uint32_t> equal(positions, 0);
+    Plane<std::uint32_t> equal(positions, true);
+    if (!equal.data) return CountingOutcome::declined;
     // Scattering: one pass over the screen for every scattered colour.
     bool anyScatter = false;
     for (std::size_t l = 1; l < labels; ++l) anyScatter = anyScatter || (way[l] == Way::scatter && screenCount[l]);
     for (std::size_t y = 0; anyScatter && y < areaHeight; ++y) {
         if (stopRequested()) return CountingOutcome::stopped;
-        const std::uint16_t* in = screenLabel.data() + y * areaWidth;
+        const std::uint16_t* in = screenLabel.data + y * areaWidth;
         for (std::size_t x = 0; x < areaWidth; ++x) {
             const std::uint16_t l = in[x];
             if (!l || way[l] != Way::scatter) continue;
@@ -237,22 +253,27 @@ CountingOutcome searchByCounting(const CountingQuery& q,
                 const std::size_t tx = members[k] % tw, ty = members[k] / tw;
                 // The position that puts template pixel (tx, ty) on screen pixel (x, y).
                 if (tx > x || ty > y || x - tx >= cols || y - ty >= rows) continue;
-                ++equal[(y - ty) * cols + (x - tx)];
+                ++equal.data[(y - ty) * cols + (x - tx)];
             }
         }
     }
     // Rectangles: a summed-area table of the colour, then four reads per rectangle and position.
-    std::vector<std::uint32_t> sums;
+    std::unique_ptr<Plane<std::uint32_t>> summed;
     const std::size_t stride = areaWidth + 1;
     for (std::size_t l = 1; l < labels; ++l) {
         if (way[l] != Way::rectangles || !screenCount[l]) continue;
-        sums.assign(stride * (areaHeight + 1), 0);
+        // Row 0 and column 0 are zero; every other entry is written before it is read.
+        if (!summed) summed = std::make_unique<Plane<std::uint32_t>>(stride * (areaHeight + 1), false);
+        std::uint32_t* sums = summed->data;
+        if (!sums) return CountingOutcome::declined;
+        std::fill(sums, sums + stride, 0u);
         const auto wanted = static_cast<std::uint16_t>(l);
         for (std::size_t y = 0; y < areaHeight; ++y) {
             if (stopRequested()) return CountingOutcome::stopped;
-            const std::uint16_t* in = screenLabel.data() + y * areaWidth;
-            const std::uint32_t* above = sums.data() + y * stride;
-            std::uint32_t* out = sums.data() + (y + 1) * stride;
+            const std::uint16_t* in = screenLabel.data + y * areaWidth;
+            const std::uint32_t* above = sums + y * stride;
+            std::uint32_t* out = sums + (y + 1) * stride;
+            out[0] = 0;
             std::uint32_t run = 0;
             for (std::size_t x = 0; x < areaWidth; ++x) {
                 run += in[x] == wanted;
@@ -261,10 +282,10 @@ CountingOutcome searchByCounting(const CountingQuery& q,
         }
         for (std::size_t y = 0; y < rows; ++y) {
             if (stopRequested()) return CountingOutcome::stopped;
-            std::uint32_t* out = equal.data() + y * cols;
+            std::uint32_t* out = equal.data + y * cols;
             for (const Rectangle& r : rectangles[l]) {
-                const std::uint32_t* top = sums.data() + (y + r.y0) * stride;
-                const std::uint32_t* bottom = sums.data() + (y + r.y1) * stride;
+                const std::uint32_t* top = sums + (y + r.y0) * stride;
+                const std::uint32_t* bottom = sums + (y + r.y1) * stride;
                 for (std::size_t x = 0; x < cols; ++x)
                     out[x] += bottom[x + r.x1] - bottom[x + r.x0] - top[x + r.x1] + top[x + r.x0];
             }
@@ -275,7 +296,7 @@ CountingOutcome searchByCounting(const CountingQuery& q,
     const bool certain = uncounted == 0;
     for (std::size_t y = 0; y < rows; ++y) {
         if (stopRequested()) return CountingOutcome::stopped;
-        const std::uint32_t* in = equal.data() + y * cols;
+        const std::uint32_t* in = equal.data + y * cols;
         for (std::size_t x = 0; x < cols; ++x)
             if (static_cast<std::int64_t>(in[x]) + uncounted >= need &&
                 !visit(static_cast<std::int64_t>(x), static_cast<std::int64_t>(y), certain))
