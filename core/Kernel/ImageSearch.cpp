@@ -389,8 +389,10 @@ Outcome searchByCounting(const PixelBuffer* screen, const PreparedTemplate& temp
     const double fraction = static_cast<double>(matched) / static_cast<double>(sampled);
     const double perPosition =
         fraction * pixels + (1 - fraction) * std::min(pixels, static_cast<double>(budget + 1 + templ.width));
-    query.directNanoseconds = static_cast<double>(rows) * static_cast<double>(cols) * perPosition *
-                              comparisonCost(searchKernels()) * (ignoring ? 2 : 1);
+    // With a how-many limit, comparing ends after about limit / fraction positions.
+    double tried = static_cast<double>(rows) * static_cast<double>(cols);
+    if (howManyLimit >= 1 && matched > 0) tried = std::min(tried, howManyLimit / fraction);
+    query.directNanoseconds = tried * perPosition * comparisonCost(searchKernels()) * (ignoring ? 2 : 1);
     bool memory = true;
     const CountingOutcome outcome = tactora::searchByCounting(query, [&](std::int64_t x, std::int64_t y, bool certain) {
         if (!certain && !matches(screen->data + static_cast<std::uint64_t>(y) * screen->bytesPerRow + static_cast<std::uint64_t>(x) * 4))
