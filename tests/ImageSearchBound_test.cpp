@@ -56,8 +56,8 @@ PixelBufferPtr randomScreen(std::mt19937& rng, const std::vector<std::uint32_t>&
 }  // namespace
 
 TEST(ImageSearchBound, EveryWayOfCountingFindsWhatThePlainSearchFinds) {
-    const CountingChoice ways[] = {CountingChoice::scatter, CountingChoice::rectangles, CountingChoice::mixed,
-                                   CountingChoice::byCost};
+    const CountingChoice ways[] = {CountingChoice::scatter, CountingChoice::rectangles, CountingChoice::bounded,
+                                   CountingChoice::mixed, CountingChoice::byCost};
     static const float fuzzies[] = {1, 0.99f, 0.9f, 0.8f, 0.5f, 0.3f, 0.01f, 0, -1};
     std::mt19937 rng(15);
     auto pick = [&](int low, int high) { return std::uniform_int_distribution<int>(low, high)(rng); };

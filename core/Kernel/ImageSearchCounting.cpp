@@ -109,7 +109,7 @@ std::vector<Rectangle> rectanglesOf(const std::uint32_t* pixels, std::size_t cou
     return done;
 }
 
-enum class Way : std::uint8_t { uncounted, scatter, rectangles };
+enum class Way : std::uint8_t { uncounted, scatter, rectangles, bounded };
 
 // Screen-sized arrays that are not cleared up front: clearing megabytes at once would keep a stop
 // waiting. Fresh pages from calloc read as zero and are touched row by row, between stop checks.
@@ -203,13 +203,17 @@ CountingOutcome searchByCounting(const CountingQuery& q,
     std::vector<std::vector<Rectangle>> rectangles(labels);
     double cost = (labelCost + scanCost) * static_cast<double>(area);
     std::int64_t uncounted = 0;  // template pixels assumed equal everywhere
+    std::int64_t unsettled = 0;  // template pixels of the colours not counted exactly
+    bool pigeonholes = false;
+    const double window = static_cast<double>(pixels);
     for (std::size_t l = 1; l < labels; ++l) {
         const double scatter = scatterCost * static_cast<double>(screenCount[l]) * templateCount[l];
         Way chosen = Way::scatter;
         switch (mode) {
         case CountingChoice::scatter: break;
         case CountingChoice::rectangles: chosen = Way::rectangles; break;
-        case CountingChoice::mixed: chosen = l % 3 == 0 ? Way::uncounted : l % 3 == 1 ? Way::scatter : Way::rectangles; break;
+        case CountingChoice::bounded: chosen = Way::bounded; break;
+        case CountingChoice::mixed: chosen = static_cast<Way>(l % 4); break;
         default:
             if (scatter > tableCost * static_cast<double>(area)) {
                 // Rectangles can only be cheaper when the table alone is.
@@ -222,19 +226,32 @@ CountingOutcome searchByCounting(const CountingQuery& q,
         }
         if (chosen == Way::rectangles && rectangles[l].empty())
             rectangles[l] = rectanglesOf(members.data() + start[l], templateCount[l], tw);
-        const double wayCost = chosen == Way::scatter ? scatter
-                               : chosen == Way::rectangles
-                                   ? tableCost * static_cast<double>(area) +
-                                         rectangleCost * static_cast<double>(positions) * static_cast<double>(rectangles[l].size())
-                                   : 0;
-        // A colour dearer to count than comparing position by position is assumed equal: the
-        // bound may still discard enough.
-        if (mode == CountingChoice::byCost && wayCost > q.directNanoseconds) chosen = Way::uncounted;
+        const double tableAndWindow = (tableCost + rectangleCost) * static_cast<double>(area);
+        double wayCost = chosen == Way::scatter    ? scatter
+                         : chosen == Way::bounded ? tableAndWindow
+                         : chosen == Way::rectangles
+                             ? tableCost * static_cast<double>(area) +
+                                   rectangleCost * static_cast<double>(positions) * static_cast<double>(rectangles[l].size())
+                             : 0;
+        // A colour dearer to count than comparing position by position is only bounded, by how
+        // often it occurs under the template at each position: the bound may still settle enough.
+        if (mode == CountingChoice::byCost && wayCost > q.directNanoseconds) {
+            chosen = Way::bounded;
+            wayCost = tableAndWindow;
+        }
         way[l] = chosen;
+        cost += wayCost;
+        if (chosen == Way::uncounted || chosen == Way::bounded) unsettled += templateCount[l];
         if (chosen == Way::uncounted) uncounted += templateCount[l];
-        else cost += chosen == Way::scatter ? scatter : wayCost;
+        // Where the screen has this colour about as often as on average, do its template pixels
+        // certainly fall on it? (More of them and of the window's screen pixels than the window.)
+        if (chosen == Way::bounded &&
+            templateCount[l] + window * static_cast<double>(screenCount[l]) / static_cast<double>(area) > window)
+            pigeonholes = true;
     }
-    if (mode == CountingChoice::byCost && (uncounted >= need || cost >= q.directNanoseconds)) return CountingOutcome::declined;
+    // Declined when the bounds could neither rule positions out nor settle them.
+    if (mode == CountingChoice::byCost && (cost >= q.directNanoseconds || (unsettled >= need && !pigeonholes)))
+        return CountingOutcome::declined;
 
     // The counts, position by position.
     const auto cols = static_cast<std::size_t>(q.cols), rows = static_cast<std::size_t>(q.rows);
@@ -258,10 +275,19 @@ CountingOutcome searchByCounting(const CountingQuery& q,
         }
     }
     // Rectangles: a summed-area table of the colour, then four reads per rectangle and position.
-    std::unique_ptr<Plane<std::uint32_t>> summed;
+    // Bounded colours: from the same table, the number w of the colour's screen pixels in the
+    // window at each position; its t template pixels then fall on it at least t + w - window
+    // times and at most min(t, w) times.
+    std::unique_ptr<Plane<std::uint32_t>> summed, least, most;
+    for (std::size_t l = 1; l < labels; ++l)
+        if (way[l] == Way::bounded && screenCount[l] && !least) {
+            least = std::make_unique<Plane<std::uint32_t>>(positions, true);
+            most = std::make_unique<Plane<std::uint32_t>>(positions, true);
+            if (!least->data || !most->data) return CountingOutcome::declined;
+        }
     const std::size_t stride = areaWidth + 1;
     for (std::size_t l = 1; l < labels; ++l) {
-        if (way[l] != Way::rectangles || !screenCount[l]) continue;
+        if ((way[l] != Way::rectangles && way[l] != Way::bounded) || !screenCount[l]) continue;
         // Row 0 and column 0 are zero; every other entry is written before it is read.
         if (!summed) summed = std::make_unique<Plane<std::uint32_t>>(stride * (areaHeight + 1), false);
         std::uint32_t* sums = summed->data;
@@ -280,6 +306,23 @@ CountingOutcome searchByCounting(const CountingQuery& q,
                 out[x + 1] = above[x + 1] + run;
             }
         }
+        if (way[l] == Way::bounded) {
+            const std::uint32_t t = templateCount[l];
+            const auto all = static_cast<std::uint32_t>(pixels);
+            for (std::size_t y = 0; y < rows; ++y) {
+                if (stopRequested()) return CountingOutcome::stopped;
+                const std::uint32_t* top = sums + y * stride;
+                const std::uint32_t* bottom = sums + (y + th) * stride;
+                std::uint32_t* low = least->data + y * cols;
+                std::uint32_t* high = most->data + y * cols;
+                for (std::size_t x = 0; x < cols; ++x) {
+                    const std::uint32_t w = bottom[x + tw] - bottom[x] - top[x + tw] + top[x];
+                    low[x] += t + w > all ? t + w - all : 0;
+                    high[x] += std::min(t, w);
+                }
+            }
+            continue;
+        }
         for (std::size_t y = 0; y < rows; ++y) {
             if (stopRequested()) return CountingOutcome::stopped;
             std::uint32_t* out = equal.data + y * cols;
@@ -292,15 +335,19 @@ CountingOutcome searchByCounting(const CountingQuery& q,
         }
     }
 
-    // The positions, rows first.
-    const bool certain = uncounted == 0;
+    // The positions, rows first: out when even the most equal pixels fall short, certain when
+    // the fewest already reach what a match needs (uncounted colours may add nothing).
     for (std::size_t y = 0; y < rows; ++y) {
         if (stopRequested()) return CountingOutcome::stopped;
         const std::uint32_t* in = equal.data + y * cols;
-        for (std::size_t x = 0; x < cols; ++x)
-            if (static_cast<std::int64_t>(in[x]) + uncounted >= need &&
-                !visit(static_cast<std::int64_t>(x), static_cast<std::int64_t>(y), certain))
+        const std::uint32_t* low = least ? least->data + y * cols : nullptr;
+        const std::uint32_t* high = most ? most->data + y * cols : nullptr;
+        for (std::size_t x = 0; x < cols; ++x) {
+            const std::int64_t exact = in[x];
+            if (exact + uncounted + (high ? high[x] : 0) < need) continue;
+            if (!visit(static_cast<std::int64_t>(x), static_cast<std::int64_t>(y), exact + (low ? low[x] : 0) >= need))
                 return CountingOutcome::done;
+        }
     }
     return CountingOutcome::done;
 }

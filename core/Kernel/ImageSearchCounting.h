@@ -9,10 +9,12 @@
 //     pixel of colour c on it (cheap when c is rare on the screen or in the template);
 //   - rectangles: the template's c pixels cut into rectangles, each counted at every position
 //     from a summed-area table of the screen's c pixels (cheap for flat areas and borders);
-// or is left uncounted, and then assumed equal everywhere. That makes the count an upper bound:
-// a position whose bound cannot reach what a match needs is discarded, and the others are handed
-// back to be compared pixel by pixel. Without uncounted colours the counts are exact and the
-// positions found need no comparison.
+// or, when both cost too much, is only bounded: with w pixels of colour c on the screen under the
+// template at some position and t of c in the template, at least t + w - (template pixels) and at
+// most min(t, w) are equal (one summed-area table gives w everywhere). A position whose most
+// equal pixels cannot reach what a match needs is discarded; one whose fewest already reach it
+// matches; the others are handed back to be compared pixel by pixel. With every colour counted
+// the counts are exact and the positions found need no comparison.
 //
 // Screen pixels of an ignored colour never differ, so they count as equal under every template
 // pixel that is compared.
@@ -46,9 +48,9 @@ CountingOutcome searchByCounting(const CountingQuery& query,
                                  const std::function<bool(std::int64_t x, std::int64_t y, bool certain)>& visit);
 
 // How searchByCounting chooses (tests and benchmarks): by cost, never, or forced with every
-// colour counted one way (scattered, in rectangles), or with the colours mixed among the ways
-// and some left uncounted.
-enum class CountingChoice { byCost, never, scatter, rectangles, mixed };
+// colour counted one way (scattered, in rectangles, only bounded), or with the colours mixed
+// among the ways and some left uncounted.
+enum class CountingChoice { byCost, never, scatter, rectangles, bounded, mixed };
 void useCounting(CountingChoice choice);
 
 }  // namespace tactora
