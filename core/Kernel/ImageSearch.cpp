@@ -361,6 +361,10 @@ double comparisonCost(const SearchKernels& k) {
     return 1.0;
 }
 
+inline const std::uint8_t* pixelAt(const PixelBuffer* screen, std::int64_t x, std::int64_t y) {
+    return screen->data + static_cast<std::uint64_t>(y) * screen->bytesPerRow + static_cast<std::uint64_t>(x) * 4;
+}
+
 // The search by counting equal pixels, when the cost model finds it cheaper; positions it cannot
 // rule out are compared here.
 Outcome searchByCounting(const PixelBuffer* screen, const PreparedTemplate& templ, std::int64_t rows, std::int64_t cols,
@@ -384,7 +388,7 @@ Outcome searchByCounting(const PixelBuffer* screen, const PreparedTemplate& temp
     const std::int64_t stepY = std::max<std::int64_t>(1, rows / 16), stepX = std::max<std::int64_t>(1, cols / 16);
     for (std::int64_t y = stepY / 2; y < rows; y += stepY)
         for (std::int64_t x = stepX / 2; x < cols; x += stepX, ++sampled)
-            matched += matches(screen->data + static_cast<std::uint64_t>(y) * screen->bytesPerRow + static_cast<std::uint64_t>(x) * 4);
+            matched += matches(pixelAt(screen, x, y));
     const auto pixels = static_cast<double>(templ.pixels.size());
     const double fraction = static_cast<double>(matched) / static_cast<double>(sampled);
     const double perPosition =
@@ -395,8 +399,7 @@ Outcome searchByCounting(const PixelBuffer* screen, const PreparedTemplate& temp
     query.directNanoseconds = tried * perPosition * comparisonCost(searchKernels()) * (ignoring ? 2 : 1);
     bool memory = true;
     const CountingOutcome outcome = tactora::searchByCounting(query, [&](std::int64_t x, std::int64_t y, bool certain) {
-        if (!certain && !matches(screen->data + static_cast<std::uint64_t>(y) * screen->bytesPerRow + static_cast<std::uint64_t>(x) * 4))
-            return true;
+        if (!certain && !matches(pixelAt(screen, x, y))) return true;
         if (!found.add(x, y)) return memory = false;
         return !found.full();
     });

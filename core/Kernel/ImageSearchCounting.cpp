@@ -116,7 +116,8 @@ enum class Way : std::uint8_t { uncounted, scatter, rectangles, bounded };
 template <class T>
 struct Plane {
     explicit Plane(std::size_t count, bool zeroed)
-        : data(static_cast<T*>(zeroed ? std::calloc(count ? count : 1, sizeof(T)) : std::malloc((count ? count : 1) * sizeof(T)))) {}
+        : data(static_cast<T*>(zeroed ? std::calloc(count ? count : 1, sizeof(T))
+                                      : std::malloc((count ? count : 1) * sizeof(T)))) {}
     ~Plane() { std::free(data); }
     Plane(const Plane&) = delete;
     Plane& operator=(const Plane&) = delete;
@@ -134,10 +135,11 @@ CountingOutcome searchByCounting(const CountingQuery& q,
     const std::uint32_t tw = q.width, th = q.height;
     const std::size_t pixels = static_cast<std::size_t>(tw) * th;
     // The screen area any position covers, and the positions.
-    const std::size_t areaWidth = static_cast<std::size_t>(q.cols) + tw - 1, areaHeight = static_cast<std::size_t>(q.rows) + th - 1;
+    const std::size_t areaWidth = static_cast<std::size_t>(q.cols) + tw - 1;
+    const std::size_t areaHeight = static_cast<std::size_t>(q.rows) + th - 1;
     const std::size_t area = areaWidth * areaHeight, positions = static_cast<std::size_t>(q.rows * q.cols);
-    if (mode == CountingChoice::byCost && (labelCost * static_cast<double>(area) + scanCost * static_cast<double>(positions)) >= q.directNanoseconds)
-        return CountingOutcome::declined;
+    const double fixedCost = labelCost * static_cast<double>(area) + scanCost * static_cast<double>(positions);
+    if (mode == CountingChoice::byCost && fixedCost >= q.directNanoseconds) return CountingOutcome::declined;
 
     // The template's compared colours, each with its pixels (rows first); one more entry, when
     // there is an ignore list, for "an ignored colour on the screen" under every compared pixel.
