@@ -108,6 +108,24 @@ check_dylib() {
   return 0
 }
 for layout in rootful rootless; do check_dylib "$out/cmake/$layout/Tactora.dylib" "$layout"; done
+# The self-test command: an iOS executable, signed, every import bound, loading nothing but the
+# system and RocketBootstrap (where its layout keeps it).
+check_doctor() {
+  local tool=$1 layout=$2 headers libraries other unbound
+  headers=$("$objdump" --macho --private-headers "$tool")
+  [[ $("$objdump" --macho --private-header "$tool") == *EXECUTE* ]] || fail "$tool is not an executable"
+  grep -qE "^ +platform ios$" <<<"$headers" || fail "$tool is not built for iOS"
+  grep -q "cmd LC_CODE_SIGNATURE" <<<"$headers" || fail "$tool is not signed"
+  libraries=$(awk '/cmd LC_LOAD_DYLIB|cmd LC_LOAD_WEAK_DYLIB/ {getline; getline; print $2}' <<<"$headers")
+  local rocket=/usr/lib/librocketbootstrap.dylib
+  [ "$layout" = rootless ] && rocket=@rpath/librocketbootstrap.dylib
+  grep -qxF "$rocket" <<<"$libraries" || fail "$tool does not load $rocket"
+  other=$(grep -vxF "$rocket" <<<"$libraries" | grep -vE '^(/System/Library/(Frameworks|PrivateFrameworks)/|/usr/lib/)' || true)
+  [ -z "$other" ] || fail "$tool loads unexpected libraries: $other"
+  unbound=$("$nm" -m "$tool" | grep "(undefined)" | grep -v "(from " || true)
+  [ -z "$unbound" ] || fail "$tool has symbols bound to no library: $unbound"
+}
+for layout in rootful rootless; do check_doctor "$out/cmake/$layout/tactora-doctor" "$layout"; done
 
 version=$(sed -n 's/^project(Tactora VERSION \([0-9.]*\).*/\1/p' CMakeLists.txt)
 packages="$out/packages"
@@ -123,14 +141,17 @@ for layout in rootful rootless; do
   mkdir -p "$stage/DEBIAN" "$libdir"
   install -m 0755 "$out/cmake/$layout/Tactora.dylib" "$libdir/Tactora.dylib"
   install -m 0644 platform/ios/Tactora.plist "$libdir/Tactora.plist"
+  install -D -m 0755 "$out/cmake/$layout/tactora-doctor" "$stage$prefix/usr/bin/tactora-doctor"
   sed -e "s/@VERSION@/$version/" -e "s/@ARCHITECTURE@/$arch/" -e "s/@FIRMWARE@/$firmware/" \
     platform/ios/package/control.in >"$stage/DEBIAN/control"
   deb="$packages/com.tactora.tactora_${version}_${arch}.deb"
   dpkg-deb --root-owner-group -Zgzip -b "$stage" "$deb" >/dev/null
 
-  # The package holds exactly the dylib and its filter, and its control file parses.
+  # The package holds exactly the dylib, its filter and the self-test command, and its control
+  # file parses.
   expected=$(printf '%s\n' "./$prefix/Library/MobileSubstrate/DynamicLibraries/Tactora.dylib" \
-                            "./$prefix/Library/MobileSubstrate/DynamicLibraries/Tactora.plist" | sed 's|//|/|' | sort)
+                            "./$prefix/Library/MobileSubstrate/DynamicLibraries/Tactora.plist" \
+                            "./$prefix/usr/bin/tactora-doctor" | sed 's|//|/|' | sort)
   actual=$(dpkg-deb --contents "$deb" | awk '$1 !~ /^d/ {print $6}' | sort)
   [ "$actual" = "$expected" ] || fail "$deb holds unexpected files: $actual"
   [ "$(dpkg-deb --field "$deb" Architecture)" = "$arch" ] || fail "$deb has the wrong architecture"

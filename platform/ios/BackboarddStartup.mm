@@ -10,6 +10,7 @@
 #include "Platform/DiagnosticLog.h"
 #include "Platform/MessagePorts.h"
 #include "Platform/Platform.h"
+#include "ios/IOSInstallation.h"
 #include "ios/PrivateAPI.h"
 
 namespace tactora::ios {
@@ -45,6 +46,7 @@ void hookDispatch() {
         return;
     }
     MSHookFunction(symbol, reinterpret_cast<void*>(&dispatchEvent), reinterpret_cast<void**>(&previousDispatchEvent));
+    noteDispatchHookInstalled(previousDispatchEvent != nullptr);  // the self-test reports it
 }
 
 }  // namespace
