@@ -105,6 +105,7 @@ const RegisterCommand registration(95, [](CLI::App& app, GlobalOptions& global) 
         "only when all pass");
     command->add_flag("--json", options->json, "Print the checks as one JSON object");
     command->add_option("--timeout", options->timeout, "Seconds to wait for the receiver's answer")
+        ->check(CLI::Range(0.01, 600.0))
         ->capture_default_str();
     command->callback([&global, options] { global.exitCode = doctor(global, *options); });
 });
