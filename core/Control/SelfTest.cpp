@@ -314,8 +314,12 @@ SelfTestCheck checkTemplate(const ScreenImage& image) {
     std::size_t bestVariety = 0;
     for (std::int32_t y = 0; y + side < image.height; y += side / 2) {
         for (std::int32_t x = 0; x + side < image.width; x += side / 2) {
-            std::size_t v = variety(image, x, y, side);
-            if (v > bestVariety) bestVariety = v, bestX = x, bestY = y;
+            const std::size_t v = variety(image, x, y, side);
+            if (v > bestVariety) {
+                bestVariety = v;
+                bestX = x;
+                bestY = y;
+            }
         }
     }
     PixelBufferPtr screen(getImageData(image));
