@@ -15,6 +15,7 @@
 #include <vector>
 
 #include "FoundationFakes.h"
+#include "host/PngCodec.h"
 
 namespace tactora::testing {
 
@@ -60,6 +61,18 @@ inline CommandOutcome runCommand(const std::filesystem::path& directory, const s
     outcome.out = readFile(out);
     outcome.err = readFile(err);
     return outcome;
+}
+
+// A PNG file of one opaque colour 0xRRGGBB.
+inline std::string solidPng(std::uint32_t width, std::uint32_t height, std::uint32_t rgb) {
+    std::vector<std::uint8_t> rgba(std::size_t(width) * height * 4, 0xFF);
+    for (std::size_t i = 0; i < rgba.size(); i += 4) {
+        rgba[i] = std::uint8_t(rgb >> 16);
+        rgba[i + 1] = std::uint8_t(rgb >> 8);
+        rgba[i + 2] = std::uint8_t(rgb);
+    }
+    auto png = host::PngCodec().encodePng(rgba.data(), width, height, std::size_t(width) * 4);
+    return png ? std::string(png->begin(), png->end()) : std::string();
 }
 
 }  // namespace tactora::testing

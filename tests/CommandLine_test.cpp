@@ -8,26 +8,12 @@
 #include <vector>
 
 #include "CommandLineRun.h"
-#include "host/PngCodec.h"
 
 using namespace tactora;
 using namespace tactora::testing;
 namespace fs = std::filesystem;
 
 namespace {
-
-void writePicture(const fs::path& path, std::uint32_t width, std::uint32_t height, std::uint32_t rgb) {
-    std::vector<std::uint8_t> rgba(std::size_t(width) * height * 4);
-    for (std::size_t i = 0; i < rgba.size(); i += 4) {
-        rgba[i] = std::uint8_t(rgb >> 16);
-        rgba[i + 1] = std::uint8_t(rgb >> 8);
-        rgba[i + 2] = std::uint8_t(rgb);
-        rgba[i + 3] = 0xFF;
-    }
-    auto png = host::PngCodec().encodePng(rgba.data(), width, height, std::size_t(width) * 4);
-    ASSERT_TRUE(png);
-    writeFile(path, std::string(png->begin(), png->end()));
-}
 
 std::size_t count(const std::string& text, const std::string& what) {
     std::size_t n = 0;
@@ -44,8 +30,8 @@ protected:
         writeFile(scripts() / "runtime.lua", "error('boom')");
         writeFile(scripts() / ".lua", "log('dot lua ran')");
         writeFile(scripts() / "alerting.lua", "alert('hi') vibrate()");
-        writePicture(here() / "odd.png", 100, 50, 0x102030);
-        writePicture(here() / "eight.png", 750, 1334, 0x102030);
+        writeFile(here() / "odd.png", solidPng(100, 50, 0x102030));
+        writeFile(here() / "eight.png", solidPng(750, 1334, 0x102030));
         writeFile(here() / "plain.txt", "the only copy");
         ASSERT_EQ(runCommand(here(), {"--root", "root", "encrypt", "plain.txt", "--password", "pw"}).exitCode, 0);
     }
@@ -160,7 +146,7 @@ TEST_F(CommandLine, PicturesOfAnotherDeviceChooseItAndFitScreensAreShown) {
 }
 
 TEST_F(CommandLine, DesktopPathsInScriptsAreExplainedOncePerPath) {
-    writePicture(here() / "icon.png", 4, 4, 0xFF0000);
+    writeFile(here() / "icon.png", solidPng(4, 4, 0xFF0000));
     fs::create_directories(here() / "shots");
     const std::string icon = (here() / "icon.png").string(), shot = (here() / "shots/r.png").string();
     writeFile(scripts() / "desktop.lua", "for i = 1, 3 do findImage{imagePath = '" + icon +

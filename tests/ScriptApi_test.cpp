@@ -58,18 +58,6 @@ std::vector<std::string> scriptApiExamples() {
     return examples;
 }
 
-std::string png(std::uint32_t width, std::uint32_t height, std::uint32_t rgb) {
-    std::vector<std::uint8_t> rgba(std::size_t(width) * height * 4);
-    for (std::size_t i = 0; i < rgba.size(); i += 4) {
-        rgba[i] = std::uint8_t(rgb >> 16);
-        rgba[i + 1] = std::uint8_t(rgb >> 8);
-        rgba[i + 2] = std::uint8_t(rgb);
-        rgba[i + 3] = 0xFF;
-    }
-    auto bytes = host::PngCodec().encodePng(rgba.data(), width, height, std::size_t(width) * 4);
-    return bytes ? std::string(bytes->begin(), bytes->end()) : std::string();
-}
-
 // A one-row PNG of 16-bit samples (`channels` of them a pixel: 2 gray + alpha, 3 RGB, 4 RGBA),
 // with no gamma information, as image editors write them.
 std::string sixteenBitPng(int colorType, const std::vector<std::uint16_t>& samples, std::uint32_t width) {
@@ -103,8 +91,8 @@ TEST(ScriptApi, EveryExampleOfTheReadmeAndTheDocsRunsAsWritten) {
     // The files the examples name as the author's own, beside the scripts.
     writeFile(scripts / "common.lua", "common = true");
     writeFile(scripts / "helpers.lua", "return {}");
-    writeFile(scripts / "icon.png", png(8, 8, 0x4BD863));
-    writeFile(scripts / "ok-button.png", png(8, 8, 0xFFFFFF));
+    writeFile(scripts / "icon.png", solidPng(8, 8, 0x4BD863));
+    writeFile(scripts / "ok-button.png", solidPng(8, 8, 0xFFFFFF));
     // Each example is a chunk of its own; a failure names it and the run goes on.
     std::string script = "local examples = {\n";
     for (const std::string& example : examples) script += "[==========[" + example + "]==========],\n";
@@ -144,7 +132,7 @@ TEST(ScriptApi, IgnoreColorsThatIsNotATableMeansNoList) {
     auto picture = host::PngCodec().encodePng(screen.data(), 640, 1136, 640 * 4);
     ASSERT_TRUE(picture);
     writeFile(directory.path() / "screen.png", std::string(picture->begin(), picture->end()));
-    writeFile(scripts / "white.png", png(2, 2, 0xFFFFFF));
+    writeFile(scripts / "white.png", solidPng(2, 2, 0xFFFFFF));
     struct Case {
         const char* ignoreColors;
         const char* logged;
