@@ -92,6 +92,17 @@ TEST_F(CommandLine, ScriptsAreFoundByTitleAndEveryListedScriptPlays) {
     CommandOutcome list = runCommand(here(), {"--root", "root", "scripts"});
     EXPECT_EQ(list.exitCode, 0);
     EXPECT_NE(list.out.find(".lua\n"), std::string::npos) << list.out;
+    // The control panel lists the same names (its lines are read from the console of `run`).
+    const std::string panel = "cd '" + here().string() + "' && printf 'event libactivator.volume.down.hold-short\\nquit\\n' | '" +
+                              TACTORA_CLI + "' --root root run --port 0 2>/dev/null";
+    FILE* console = ::popen(panel.c_str(), "r");
+    ASSERT_TRUE(console);
+    std::string shown;
+    char buffer[4096];
+    for (std::size_t n; (n = std::fread(buffer, 1, sizeof buffer, console)) > 0;) shown.append(buffer, n);
+    ::pclose(console);
+    EXPECT_NE(shown.find(": .lua\n"), std::string::npos) << shown;
+    EXPECT_NE(shown.find(": good.lua\n"), std::string::npos) << shown;
     EXPECT_EQ(runCommand(here(), {"--root", "root", "play", "good.lua"}).exitCode, 0);
     CommandOutcome dot = runCommand(here(), {"--root", "root", "play", ".lua"});
     EXPECT_EQ(dot.exitCode, 0) << dot.err;
