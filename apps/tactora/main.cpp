@@ -60,7 +60,7 @@ std::string commandList(const CLI::App& app) {
 
 // What every command needs before it starts: a device tree to work in, and screens that fit the
 // device.
-void prepare(const cli::GlobalOptions& options) {
+void prepare(const CLI::App& app, const cli::GlobalOptions& options) {
     if (!options.host.screens.empty()) {
         // Validated when the option was read.
         const host::DeviceProfile profile = *host::findDeviceProfile(options.host.device);
@@ -79,7 +79,12 @@ void prepare(const cli::GlobalOptions& options) {
         }
     }
     std::string error;
-    if (!host::ensureRoot(host::chooseRoot(options.host.root), true, error)) throw SetupError{error, 1};
+    if (host::ensureRoot(host::chooseRoot(options.host.root), true, error)) return;
+    // Encrypting and decrypting read and write the files named, never the device tree.
+    for (const CLI::App* command : app.get_subcommands()) {
+        if (command->get_name() == "encrypt" || command->get_name() == "decrypt") return;
+    }
+    throw SetupError{error, 1};
 }
 
 }  // namespace
@@ -127,7 +132,7 @@ int main(int argc, char** argv) {
                      [](const auto& a, const auto& b) { return a.first < b.first; });
     for (auto& [order, setup] : commands) setup(app, options);
     // Runs once the whole line is read, before the chosen command's own callback.
-    app.parse_complete_callback([&options] { prepare(options); });
+    app.parse_complete_callback([&app, &options] { prepare(app, options); });
 
     // Exit status, for every command alike: what the command left in options.exitCode (0, or 1
     // when it or its script failed); 2 for any mistake on the command line; 0 for --help.
