@@ -18,6 +18,12 @@ namespace fs = std::filesystem;
 
 namespace {
 
+std::size_t count(const std::string& text, const std::string& what) {
+    std::size_t n = 0;
+    for (auto at = text.find(what); at != std::string::npos; at = text.find(what, at + 1)) ++n;
+    return n;
+}
+
 std::string source(const std::string& relative) { return readFile(fs::path(TACTORA_SOURCE_DIR) / relative); }
 
 // The example column of the README's script API table.
@@ -39,13 +45,13 @@ std::vector<std::string> readmeExamples() {
     return examples;
 }
 
-// Every ```lua block of docs/script-api.md.
-std::vector<std::string> scriptApiExamples() {
+// Every ```LANGUAGE block of a file of the source tree.
+std::vector<std::string> fencedBlocks(const std::string& relative, const std::string& language) {
     std::vector<std::string> examples;
     std::string block;
     bool inBlock = false;
-    for (const std::string& line : lines(source("docs/script-api.md"))) {
-        if (!inBlock && line == "```lua") {
+    for (const std::string& line : lines(source(relative))) {
+        if (!inBlock && line == "```" + language) {
             inBlock = true;
             block.clear();
         } else if (inBlock && line == "```") {
@@ -82,7 +88,7 @@ std::string sixteenBitPng(int colorType, const std::vector<std::uint16_t>& sampl
 TEST(ScriptApi, EveryExampleOfTheReadmeAndTheDocsRunsAsWritten) {
     std::vector<std::string> examples = readmeExamples();
     const std::size_t fromReadme = examples.size();
-    for (std::string& example : scriptApiExamples()) examples.push_back(std::move(example));
+    for (std::string& example : fencedBlocks("docs/script-api.md", "lua")) examples.push_back(std::move(example));
     ASSERT_GE(fromReadme, 20u);
     ASSERT_GE(examples.size() - fromReadme, 8u);
 
@@ -120,6 +126,23 @@ TEST(ScriptApi, EveryExampleOfTheReadmeAndTheDocsRunsAsWritten) {
         ++pictures;
     }
     EXPECT_GE(pictures, 3u);
+}
+
+TEST(ScriptApi, TheRecordingAndTraceExamplesRunAsWritten) {
+    ScratchDirectory directory;
+    const auto events = fencedBlocks("docs/recording.md", "json");
+    const auto script = fencedBlocks("docs/trace-format.md", "lua");
+    ASSERT_FALSE(events.empty());
+    ASSERT_FALSE(script.empty());
+    writeFile(directory.path() / "events.jsonl", events.front());
+    CommandOutcome recorded =
+        runCommand(directory.path(), {"--root", "root", "record", "--input", "events.jsonl", "--output", "r.lua"});
+    EXPECT_EQ(recorded.exitCode, 0) << recorded.err;
+    EXPECT_NE(readFile(directory.path() / "r.lua").find("homeButtonUp()"), std::string::npos);
+    writeFile(directory.path() / "trace.lua", script.front());
+    CommandOutcome played = runCommand(directory.path(), {"--root", "root", "play", "trace.lua", "--trace", "t.jsonl"});
+    EXPECT_EQ(played.exitCode, 0) << played.err;
+    EXPECT_EQ(count(readFile(directory.path() / "t.jsonl"), "\"kind\":\"keyboard\""), 2u);
 }
 
 TEST(ScriptApi, IgnoreColorsThatIsNotATableMeansNoList) {
