@@ -15,9 +15,6 @@ mkdir -p "$scripts" "$out"
 "$tactora" --root "$root" make-demo-scene "$root/demo-scene" >/dev/null
 cp examples/demo/demo.lua "$scripts/demo.lua"
 cp "$root/demo-scene/icon.png" "$scripts/demo-icon.png"
-# The app's own extensions file: empty here, so every interpreter starts without a complaint.
-mkdir -p "$root/Applications/Tactora.app"
-: >"$root/Applications/Tactora.app/Extensions.lua"
 
 echo "== the demo: find the Demo icon, open the app, find the green button, tap it"
 "$tactora" --root "$root" --language en sim --scene "$root/demo-scene/scene.json" --headless --run demo.lua \

@@ -24,9 +24,9 @@ tactora settings --set show-play-finished-alert=off
 echo "== the scripts, marked as the control panel marks them"
 tactora scripts
 
-echo "== play examples/tap.lua twice on the simulated iPhone SE (the receiver takes the touches)"
+echo "== play examples/tap.lua twice by its title on the simulated iPhone SE (the receiver takes the touches)"
 cp examples/tap.lua "$root/var/mobile/Library/Tactora/Scripts/example-tap.lua"
-tactora play "$root/var/mobile/Library/Tactora/Scripts/example-tap.lua" --repeat 2 --interval 0 \
+tactora play example-tap.lua --repeat 2 --interval 0 \
   --trace "$root/hid-trace.jsonl"
 echo "== the touches the device received (one JSON line per hand event)"
 cat "$root/hid-trace.jsonl"

@@ -49,8 +49,8 @@ TEST(ConsoleAlerts, PrintsTitleMessageAndButtons) {
         alerts.showAlert(makeAlert("", "untitled", "Cancel"));
     });
     EXPECT_EQ(text,
-              "┌ Tactora\n│ first\n│ second\n└ [OK] [Play Now] [Play Later]\n"
-              "│ untitled\n└ [Cancel]\n");
+              "alert #1: Tactora - first\n    second [0: OK, 1: Play Now, 2: Play Later]\n"
+              "alert #2: untitled [0: Cancel]\n");
 }
 
 TEST(ConsoleAlerts, ReportsShownThenDismissedWithTheCancelButtonOnTheMainQueue) {

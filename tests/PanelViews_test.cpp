@@ -66,7 +66,7 @@ TEST_F(PanelTest, ControlPanelListsScriptFilesWithTheirMarkers) {
     auto panel = ControlPanelView::make(log.get());
     std::vector<std::string> files = panel->files();
     std::sort(files.begin(), files.end());
-    EXPECT_EQ(files, (std::vector<std::string>{"B.LUA", "a.lua", "c.E"}));
+    EXPECT_EQ(files, (std::vector<std::string>{".lua", "B.LUA", "a.lua", "c.E"}));
     for (size_t row = 0; row < panel->numberOfRows(); ++row) {
         ControlPanelView::Cell cell = panel->cellForRow(row);
         EXPECT_EQ(cell.activatorAssignedLabel, cell.text == "a.lua" ? "◎" : "") << cell.text;

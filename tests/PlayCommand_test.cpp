@@ -96,16 +96,16 @@ TEST(PlayCommand, PlaysAScriptThroughTheReceiverAndReportsTheEnd) {
     std::string hid = readFile(trace);
     EXPECT_EQ(count(hid, "\"kind\":\"digitizer\""), 4u) << hid;
     EXPECT_EQ(count(device.log(), " tapped 320\n"), 2u) << device.log();
-    EXPECT_EQ(count(run.output, "[alert] halfway (OK)\n"), 2u) << run.output;
-    EXPECT_NE(run.output.find("[Tactora] Playing Finished! (OK)"), std::string::npos) << run.output;
-    EXPECT_EQ(run.output.rfind("[Tactora] Playing Finished! (OK)"), run.output.size() - 33) << run.output;
+    EXPECT_EQ(count(run.output, ": halfway [0: OK]\n"), 2u) << run.output;
+    EXPECT_NE(run.output.find(": Tactora - Playing Finished! [0: OK]"), std::string::npos) << run.output;
+    EXPECT_EQ(run.output.rfind(": Tactora - Playing Finished! [0: OK]"), run.output.size() - 38) << run.output;
 }
 
 TEST(PlayCommand, ScriptErrorsAreReportedAndTheRunStillFinishes) {
     PlayRoot device;
     writeFile(device.scripts / "broken.lua", "touchDown('x', 1, 2)");
     ToolRun run = runTool(device.root.path(), {"play", (device.scripts / "broken.lua").string()});
-    ASSERT_EQ(run.exitCode, 0) << run.errors;
+    ASSERT_EQ(run.exitCode, 1) << run.errors;
     EXPECT_NE(device.log().find("bad argument #1 to 'touchDown' (number expected, got string)"), std::string::npos);
     EXPECT_NE(run.output.find("bad argument #1 to 'touchDown'"), std::string::npos) << run.output;
     EXPECT_NE(run.output.find("Playing Finished!"), std::string::npos);

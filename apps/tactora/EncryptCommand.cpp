@@ -27,6 +27,7 @@ namespace {
 struct CryptOptions {
     std::string file;
     std::string output;
+    bool force = false;
     PasswordSource password;
 };
 
@@ -38,6 +39,15 @@ char interruptedTemporary[4096];
 void removeTemporaryAndExit(int signal) {
     if (interruptedTemporary[0]) ::unlink(interruptedTemporary);
     ::_exit(128 + signal);
+}
+
+// False, with a message, when `target` exists and may not be replaced: what is there may be the
+// only copy of someone's work.
+bool mayWrite(const std::string& target, bool force) {
+    struct stat info{};
+    if (force || ::lstat(target.c_str(), &info) != 0) return true;
+    fail(target + " already exists; give --force to replace it, or -o to write elsewhere");
+    return false;
 }
 
 // Streams `input` into `target` through a temporary file beside it. Answers the exit code.
@@ -86,6 +96,7 @@ int runEncrypt(const CryptOptions& options, GlobalOptions& global) {
     if (!password) return 2;
     host::HostPlatform host(global.host);
     std::string target = options.output.empty() ? options.file + ".e" : options.output;
+    if (!mayWrite(target, options.force)) return 1;
     int code = streamInto(true, options.file, target, *password);
     if (code == 0) std::cout << target << "\n";
     return code;
@@ -100,6 +111,7 @@ int runDecrypt(const CryptOptions& options, GlobalOptions& global) {
         }
         target = options.file.substr(0, options.file.size() - 2);
     }
+    if (!mayWrite(target, options.force)) return 1;
     // Shorter than a header, a padded block and an HMAC: the cryptor would end quietly with
     // nothing, which for a tool is a mistake worth naming.
     struct stat info{};
@@ -123,6 +135,7 @@ void setup(CLI::App& app, GlobalOptions& global) {
                    "$TACTORA_PASSWORD or a prompt)");
     encrypt->add_option("file", encryptOptions->file, "The script to encrypt")->required()->check(CLI::ExistingFile);
     encrypt->add_option("-o,--output", encryptOptions->output, "Where to write (default: FILE.e)");
+    encrypt->add_flag("-f,--force", encryptOptions->force, "Replace the output file if it exists");
     encryptOptions->password.addOptions(*encrypt);
     encrypt->callback([&global, encryptOptions] { global.exitCode = runEncrypt(*encryptOptions, global); });
 
@@ -131,6 +144,7 @@ void setup(CLI::App& app, GlobalOptions& global) {
         "decrypt", "Decrypt FILE.e into FILE; a wrong password leaves no output and exits with 1");
     decrypt->add_option("file", decryptOptions->file, "The encrypted script")->required()->check(CLI::ExistingFile);
     decrypt->add_option("-o,--output", decryptOptions->output, "Where to write (default: FILE without .e)");
+    decrypt->add_flag("-f,--force", decryptOptions->force, "Replace the output file if it exists");
     decryptOptions->password.addOptions(*decrypt);
     decrypt->callback([&global, decryptOptions] { global.exitCode = runDecrypt(*decryptOptions, global); });
 }

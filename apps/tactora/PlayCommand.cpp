@@ -25,6 +25,7 @@
 #include "Platform/Alerts.h"
 #include "Platform/Paths.h"
 #include "Platform/Platform.h"
+#include "host/ConsoleAlerts.h"
 #include "host/HostAlerts.h"
 #include "host/HostFeedback.h"
 #include "host/HostPlatform.h"
@@ -47,23 +48,23 @@ struct PlayOptions {
     std::string trace;
 };
 
-std::string lowerExtension(const std::filesystem::path& path) {
-    std::string extension = path.extension().string();
-    if (!extension.empty()) extension.erase(0, 1);
-    std::transform(extension.begin(), extension.end(), extension.begin(),
-                   [](unsigned char c) { return static_cast<char>(std::tolower(c)); });
-    return extension;
-}
-
 // The settings the device's controller would fill in for this script; an error text when the
 // script cannot be played.
 std::string fillSettings(const PlayOptions& options, PlaySettings& settings) {
+    namespace fs = std::filesystem;
     std::error_code error;
-    std::filesystem::path path = std::filesystem::absolute(options.script, error);
-    if (error || !std::filesystem::is_regular_file(path)) return "no such script: " + options.script;
+    // A path as given, else a title in the scripts directory, as the control panel lists them.
+    const fs::path scripts = platform().paths->map(devicepaths::scriptsDirectory);
+    fs::path path = fs::absolute(options.script, error);
+    if (!fs::exists(path, error) && FileManager::isScriptTitle(options.script)) path = scripts / options.script;
+    if (!fs::is_regular_file(path, error)) {
+        return "no such script: " + options.script +
+               (FileManager::isScriptTitle(options.script)
+                    ? " (neither a file here nor a title in " + scripts.string() + "; tactora scripts lists them)"
+                    : std::string());
+    }
     const std::string title = path.filename().string();
     std::shared_ptr<PlaySettings> stored;
-    std::filesystem::path scripts = platform().paths->map(devicepaths::scriptsDirectory);
     if (std::filesystem::equivalent(path.parent_path(), scripts, error) &&
         std::filesystem::exists(DataManager::dataFilePath())) {
         stored = DataManager::findPlaySettingsByScriptTitle(title);
@@ -76,7 +77,7 @@ std::string fillSettings(const PlayOptions& options, PlaySettings& settings) {
     settings.setRepeatInterval(options.interval.value_or(base.repeatInterval()));
     settings.setPlaySpeed(options.speed.value_or(base.playSpeed()));
     settings.setPlayNowOrLater(0);
-    std::string extension = lowerExtension(path);
+    const std::string extension = FileManager::lowerCasedExtension(path.string());
     if (extension == "lua") {
         settings.setPlayType(0);
         return {};
@@ -126,6 +127,8 @@ private:
     std::thread thread_;
 };
 
+std::string title(const PlaySettings& settings) { return settings.scriptTitle().value_or(std::string()); }
+
 int play(GlobalOptions& global, const PlayOptions& options) {
     host::HostPlatform host(global.host);
     // As at the device's start-up: the log and the scripts have their directories.
@@ -140,15 +143,14 @@ int play(GlobalOptions& global, const PlayOptions& options) {
     // an answer.
     host::HostAlerts alerts;
     alerts.onShow = [](const host::HostAlerts::OpenAlert& open) {
-        const AlertRequest& alert = open.request;
-        std::string line = "[" + (alert.title.empty() ? std::string("alert") : alert.title) + "] " + alert.message;
-        if (!alert.cancelButton.empty()) line += " (" + alert.cancelButton + ")";
-        std::printf("%s\n", line.c_str());
+        std::printf("%s\n", host::alertLine(open.request, open.id).c_str());
         std::fflush(stdout);
     };
     platform().alerts = &alerts;
-    auto traceLine = [](const std::string& line) { std::fprintf(stderr, "[%s]\n", line.c_str()); };
-    host.apps().setTraceSink(traceLine);
+    // What the simulated apps do is the device's business; shown only when asked for.
+    if (global.host.verbose) {
+        host.apps().setTraceSink([](const std::string& line) { std::fprintf(stderr, "[%s]\n", line.c_str()); });
+    }
 
     std::string receiverProblem;
     auto receiver = host::ensureReceiver(host.root(), global.host.device, options.trace, receiverProblem);
@@ -174,6 +176,9 @@ int play(GlobalOptions& global, const PlayOptions& options) {
             std::fprintf(stderr, "pass %llu (until Ctrl-C)\n", static_cast<unsigned long long>(pass));
         }
     });
+    // A pass that ends in an error fails the command, so that a script can guard a build.
+    std::atomic<std::uint64_t> failedPasses{0};
+    ScriptManager::setFailureObserver([&failedPasses](const std::string&) { failedPasses.fetch_add(1); });
     host::MainLoop& loop = host.mainLoop();
     ScriptManager::setFinishedObserver([&loop] { loop.quit(); });
 
@@ -183,13 +188,22 @@ int play(GlobalOptions& global, const PlayOptions& options) {
 
     ScriptManager::setPassObserver(nullptr);
     ScriptManager::setFinishedObserver(nullptr);
+    ScriptManager::setFailureObserver(nullptr);
+    if (const std::uint64_t failed = failedPasses.load()) {
+        std::fprintf(stderr, "tactora play: %llu pass%s of %s ended in an error (see above and the log)\n",
+                     static_cast<unsigned long long>(failed), failed == 1 ? "" : "es", title(*settings).c_str());
+        return 1;
+    }
     return 0;
 }
 
 void setup(CLI::App& app, GlobalOptions& global) {
     auto options = std::make_shared<PlayOptions>();
-    CLI::App* command = app.add_subcommand("play", "Play a script on the simulated device");
-    command->add_option("script", options->script, "The script: a .lua file, or an encrypted .e file")
+    CLI::App* command = app.add_subcommand(
+        "play", "Play a script on the simulated device; exits with 1 when a pass ends in an error");
+    command->add_option("script", options->script,
+                        "The script: a .lua file or an encrypted .e file, by its path or by its title in the "
+                        "scripts directory (as tactora scripts lists it)")
         ->required();
     command->add_option("--repeat", options->repeat,
                         "Times to play; 0 (or less) plays until Ctrl-C (default: the stored settings, else 1)");

@@ -14,6 +14,7 @@
 
 #include "Command.h"
 #include "Control/ScriptManager.h"
+#include "Managers/FileManager.h"
 #include "Models/Global.h"
 #include "Models/PlaySettings.h"
 #include "Platform/Paths.h"
@@ -47,6 +48,55 @@ struct SimOptions {
     std::string trace;  // empty: ROOT/hid-trace.jsonl
 };
 
+// Where `script` (a path, else a title in the scripts directory) lives; empty, with `error`,
+// when it is not a file or not a script.
+std::string findScript(const std::string& script, std::string& error) {
+    fs::path path = script;
+    std::error_code failure;
+    if (!fs::exists(path, failure) && FileManager::isScriptTitle(script))
+        path = fs::path(platform().paths->map(devicepaths::scriptsDirectory)) / script;
+    if (!fs::is_regular_file(path, failure)) {
+        error = "no such script: " + script;
+        return {};
+    }
+    if (FileManager::lowerCasedExtension(path.string()) != "lua") {
+        error = "not a plain script (--run plays .lua files): " + script;
+        return {};
+    }
+    return path.string();
+}
+
+// A scene made of one picture names no device: the one chosen (--device) must have the
+// picture's size, else a built-in one that has it is taken. Otherwise the picture would be drawn
+// in a corner of a black screen, which nobody wants; says why and answers false.
+bool fitDeviceToPicture(GlobalOptions& options, const host::SceneFile& scene) {
+    std::string error;
+    auto frame = host::loadFrame(scene.screens.front().image, error);
+    if (!frame) {
+        std::fprintf(stderr, "tactora sim: %s\n", error.c_str());
+        options.exitCode = 1;
+        return false;
+    }
+    const int width = int(frame->width), height = int(frame->height);
+    const auto chosen = host::findDeviceProfile(options.host.device);
+    if (chosen && chosen->pixelWidth() == width && chosen->pixelHeight() == height) return true;
+    for (const host::DeviceProfile& profile : host::deviceProfiles()) {
+        if (profile.pixelWidth() == width && profile.pixelHeight() == height) {
+            std::fprintf(stderr, "tactora sim: the picture is %dx%d pixels, the screen of %s\n", width, height,
+                         profile.name.c_str());
+            options.host.device = profile.name;
+            return true;
+        }
+    }
+    std::fprintf(stderr,
+                 "tactora sim: the picture is %dx%d pixels, but the %s screen is %dx%d and no built-in device has "
+                 "that size; give the device with --device WxH@S in points (e.g. --device %dx%d@2)\n",
+                 width, height, options.host.device.c_str(), chosen ? chosen->pixelWidth() : 0,
+                 chosen ? chosen->pixelHeight() : 0, width / 2, height / 2);
+    options.exitCode = 2;
+    return false;
+}
+
 void simulate(GlobalOptions& options, const SimOptions& sim) {
     sigset_t stopSignals;
     sigemptyset(&stopSignals);
@@ -71,6 +121,7 @@ void simulate(GlobalOptions& options, const SimOptions& sim) {
         return;
     }
     if (!sceneDescription->device.empty()) options.host.device = sceneDescription->device;
+    else if (!fitDeviceToPicture(options, *sceneDescription)) return;
     host::SceneState scene(std::move(*sceneDescription));
 
     host::HostPlatform platformHost(options.host);
@@ -115,6 +166,8 @@ void simulate(GlobalOptions& options, const SimOptions& sim) {
     }
 
     std::atomic<bool> runEnded{false};
+    std::atomic<bool> runFailed{false};
+    ScriptManager::setFailureObserver([&runFailed](const std::string&) { runFailed = true; });
     ScriptManager::setFinishedObserver([&] {
         runEnded = true;
         if (sim.headless) loop.quit();
@@ -128,8 +181,12 @@ void simulate(GlobalOptions& options, const SimOptions& sim) {
         }
         simulator.startWatching();
         if (sim.headless) {
-            if (sim.run.empty() || !host::playScriptOnce(sim.run)) {
+            std::string error, path;
+            if (sim.run.empty())
                 std::fprintf(stderr, "tactora sim: --headless needs a script to --run\n");
+            else if ((path = findScript(sim.run, error)).empty())
+                std::fprintf(stderr, "tactora sim: %s\n", error.c_str());
+            if (path.empty() || !host::playScriptOnce(path)) {
                 options.exitCode = 1;
                 loop.quit();
                 return;
@@ -160,13 +217,15 @@ void simulate(GlobalOptions& options, const SimOptions& sim) {
         loop.runUntil([] { return !Global::sharedInstance().isPlaying(); }, std::chrono::seconds(5));
     }
     ScriptManager::setFinishedObserver(nullptr);
+    ScriptManager::setFailureObserver(nullptr);
     simulator.stopWatching();
     server.stop();
     if (auto running = host::readRunFile(); running && running->pid == ::getpid()) host::removeRunFile();
 
     if (sim.headless) {
         std::cout << "screen: " << scene.currentScreen() << "\ntrace: " << trace << std::endl;
-        if (!runEnded) options.exitCode = 1;
+        if (!runEnded || runFailed) options.exitCode = 1;
+        if (runFailed) std::fprintf(stderr, "tactora sim: the script ended in an error (see above and the log)\n");
         if (!sim.expectScreen.empty() && scene.currentScreen() != sim.expectScreen) {
             std::fprintf(stderr, "tactora sim: the run ended on screen \"%s\", not \"%s\"\n",
                          scene.currentScreen().c_str(), sim.expectScreen.c_str());
@@ -184,7 +243,8 @@ const RegisterCommand registration(70, [](CLI::App& app, GlobalOptions& options)
     command->add_option("--port", sim.port, "Port to serve on (0: any free port)")->capture_default_str();
     command->add_option("--run", sim.run, "Play this script once (a title in the scripts directory, or a path) "
                                           "when the page is open");
-    command->add_flag("--headless", sim.headless, "Serve no page: play --run, then exit");
+    command->add_flag("--headless", sim.headless,
+                      "Serve no page: play --run, then exit (1 when the script cannot be played or ends in an error)");
     command->add_option("--expect-screen", sim.expectScreen,
                         "With --headless: exit with status 1 unless the scene ends on this screen");
     command->add_option("--trace", sim.trace, "The receiver's HID trace to follow; default: ROOT/hid-trace.jsonl");

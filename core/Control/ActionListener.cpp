@@ -24,14 +24,6 @@ namespace {
 
 void vibrate() { platform().feedback->vibrate(); }
 
-std::string lowerCasedExtension(const std::string& path) {
-    std::string extension = std::filesystem::path(path).extension().string();
-    if (!extension.empty()) extension.erase(0, 1);
-    std::transform(extension.begin(), extension.end(), extension.begin(),
-                   [](unsigned char c) { return static_cast<char>(std::tolower(c)); });
-    return extension;
-}
-
 }  // namespace
 
 ActionListener::ActionListener() : global_(Global::sharedInstance()) {}
@@ -131,7 +123,7 @@ void ActionListener::initCurrentPlaySettingsFor(const std::string& path) {
 void ActionListener::forwardToPlay(const std::string& path) {
     initCurrentPlaySettingsFor(path);
     auto settings = global_.currentPlaySettings();
-    std::string extension = lowerCasedExtension(path);
+    std::string extension = FileManager::lowerCasedExtension(path);
     if (extension == "lua") {
         settings->setPlayType(0);
     } else if (extension == "e") {

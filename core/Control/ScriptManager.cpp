@@ -23,6 +23,16 @@ namespace {
 std::mutex observerMutex;
 std::function<void()> finishedObserver;
 std::function<void(std::uint64_t)> passObserver;
+std::function<void(const std::string&)> failureObserver;
+
+void tellFailure(const std::string& error) {
+    std::function<void(const std::string&)> observer;
+    {
+        std::lock_guard lock(observerMutex);
+        observer = failureObserver;
+    }
+    if (observer) observer(error);
+}
 
 void tellPass(std::uint64_t pass) {
     std::function<void(std::uint64_t)> observer;
@@ -141,8 +151,9 @@ void ScriptManager::doRunNow() {
             bridge->runLuaString(settings->scriptContent().value_or(std::string()));
             break;
         default:
-            break;  // not a script this system knows how to play
+            return;  // not a script this system knows how to play
     }
+    if (!bridge->lastError().empty()) tellFailure(bridge->lastError());
 }
 
 void ScriptManager::stopPlaying() {
@@ -159,6 +170,11 @@ void ScriptManager::setFinishedObserver(std::function<void()> observer) {
 void ScriptManager::setPassObserver(std::function<void(std::uint64_t pass)> observer) {
     std::lock_guard lock(observerMutex);
     passObserver = std::move(observer);
+}
+
+void ScriptManager::setFailureObserver(std::function<void(const std::string& error)> observer) {
+    std::lock_guard lock(observerMutex);
+    failureObserver = std::move(observer);
 }
 
 }  // namespace tactora

@@ -2,6 +2,7 @@
 
 #include <cstdint>
 #include <functional>
+#include <string>
 
 namespace tactora {
 
@@ -20,6 +21,9 @@ public:
     static void setFinishedObserver(std::function<void()> observer);
     // Called on the run's thread just before each pass plays (1, 2, ...). Empty: nobody is told.
     static void setPassObserver(std::function<void(std::uint64_t pass)> observer);
+    // Called on the run's thread when a pass ends in an error (a stop is not one), with Lua's
+    // error text. Empty: nobody is told.
+    static void setFailureObserver(std::function<void(const std::string& error)> observer);
 };
 
 }  // namespace tactora

@@ -21,16 +21,18 @@ namespace {
 // 0.0 until computed. Written once from the script thread; a race would write the same value.
 std::atomic<float> cachedScaleFactor{0.0f};
 
-void writeFile(const std::string& path, const std::vector<std::uint8_t>& bytes) {
-    // Like writeToFile:atomically:NO: the result is not looked at.
-    if (std::FILE* file = std::fopen(path.c_str(), "wb")) {
-        std::fwrite(bytes.data(), 1, bytes.size(), file);
-        std::fclose(file);
-    }
+// Like writeToFile:atomically:NO: the script is not told whether it worked; only the paths port
+// hears of a file that could not be created.
+bool writeFile(const std::string& path, const std::vector<std::uint8_t>& bytes) {
+    std::FILE* file = std::fopen(path.c_str(), "wb");
+    if (!file) return false;
+    std::fwrite(bytes.data(), 1, bytes.size(), file);
+    std::fclose(file);
+    return true;
 }
 
 // Converts `width` x `height` pixels of the capture starting at (x, y) and writes them as PNG.
-void writeRegion(const char* path, const ScreenImage& image, std::int64_t x, std::int64_t y,
+void writeRegion(const char* function, const char* path, const ScreenImage& image, std::int64_t x, std::int64_t y,
                  std::int64_t width, std::int64_t height) {
     if (!path || width < 1 || height < 1) return;
     const std::size_t rowBytes = static_cast<std::size_t>(width) * 4;
@@ -48,7 +50,9 @@ void writeRegion(const char* path, const ScreenImage& image, std::int64_t x, std
     }
     auto png = platform().imageCodec->encodePng(rgba.data(), static_cast<std::uint32_t>(width),
                                                 static_cast<std::uint32_t>(height), rowBytes);
-    if (png) writeFile(mappedScriptPath(path), *png);
+    if (!png) return;
+    const std::string mapped = mappedScriptPath(path);
+    if (!writeFile(mapped, *png)) platform().paths->scriptFileMissed(function, path, mapped);
 }
 
 }  // namespace
@@ -107,7 +111,7 @@ void reset_screen_scale_factor() { cachedScaleFactor.store(0.0f, std::memory_ord
 void screenshot(const char* path) {
     const ScreenImage image = CaptureScreen::captureScreen();
     if (image.empty()) return;
-    writeRegion(path, image, 0, 0, image.width, image.height);
+    writeRegion("screenshot", path, image, 0, 0, image.width, image.height);
 }
 
 void screenshotRegion(const char* path, std::int32_t x, std::int32_t y, std::int32_t width, std::int32_t height) {
@@ -124,7 +128,7 @@ void screenshotRegion(const char* path, std::int32_t x, std::int32_t y, std::int
     right = std::min(std::ceil(right), static_cast<double>(image.width));
     bottom = std::min(std::ceil(bottom), static_cast<double>(image.height));
     if (right <= left || bottom <= top) return;
-    writeRegion(path, image, static_cast<std::int64_t>(left), static_cast<std::int64_t>(top),
+    writeRegion("screenshotRegion", path, image, static_cast<std::int64_t>(left), static_cast<std::int64_t>(top),
                 static_cast<std::int64_t>(right - left), static_cast<std::int64_t>(bottom - top));
 }
 

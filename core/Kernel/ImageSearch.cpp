@@ -15,6 +15,7 @@
 #include "Kernel/ScreenFunctions.h"
 #include "Kernel/SearchKernels.h"
 #include "Platform/ImageCodec.h"
+#include "Platform/Paths.h"
 #include "Platform/Platform.h"
 
 namespace tactora {
@@ -545,8 +546,12 @@ MatchList* findImageWrapper(const char* path, std::int64_t howMany, const std::i
     const ScreenImage image = CaptureScreen::captureScreen();
     std::vector<std::uint8_t> bytes;
     if (path) {
-        std::ifstream file(mappedScriptPath(path), std::ios::binary);
-        if (file) bytes.assign(std::istreambuf_iterator<char>(file), std::istreambuf_iterator<char>());
+        const std::string mapped = mappedScriptPath(path);
+        std::ifstream file(mapped, std::ios::binary);
+        if (file)
+            bytes.assign(std::istreambuf_iterator<char>(file), std::istreambuf_iterator<char>());
+        else
+            platform().paths->scriptFileMissed("findImage", path, mapped);
     }
     PixelBufferPtr templ = platform().imageCodec->decodePng(bytes.data(), bytes.size());
     // A template that cannot be read finds nothing.

@@ -172,8 +172,12 @@ void LuaBridge::run(const std::function<int(lua_State*)>& load) {
     stop.store(0, std::memory_order_relaxed);
     std::atomic_thread_fence(std::memory_order_seq_cst);
     if (runCondition_ && !runCondition_()) stop.store(1, std::memory_order_relaxed);
+    lastError_.clear();
     if (!L) initEnv();
-    if (!L) return;
+    if (!L) {
+        lastError_ = "cannot create the Lua state: not enough memory";
+        return;
+    }
     int base = lua_gettop(L);
     lua_sethook(L, lstop, LUA_MASKCALL | LUA_MASKRET | LUA_MASKCOUNT, 1);
     int status = load(L);
@@ -182,6 +186,7 @@ void LuaBridge::run(const std::function<int(lua_State*)>& load) {
         const char* text = errorText(L);
         // A stopped script is not an error; Lua puts the chunk and line in front of the word.
         if (!str_ends_with(text, "interrupted")) {
+            lastError_ = text;
             if (Helper::ifLogErrors()) logging2("%s", text);
             if (Helper::ifShowErrorsByAlert()) alert(text);
         }

@@ -28,6 +28,9 @@ public:
     void keepRunningWhile(std::function<bool()> condition) { runCondition_ = std::move(condition); }
 
     lua_State* state() const { return L; }
+    // The error the latest run ended with; empty when it ran to its end or was stopped. Read on
+    // the thread that ran it.
+    const std::string& lastError() const { return lastError_; }
 
 private:
     // Loads a chunk with `load`, runs it, reports its error and flushes the touches.
@@ -35,6 +38,7 @@ private:
 
     lua_State* L = nullptr;
     std::function<bool()> runCondition_;
+    std::string lastError_;
 };
 
 // True from the moment a stop is asked for the run in progress until the next run begins. Work

@@ -97,12 +97,13 @@ int findImageProxy(lua_State* L) {
     lua_Integer howMany = luaL_optinteger(L, 3, 0);
     lua_Number fuzzy = luaL_optnumber(L, 4, 0.0);
 
+    // A number, boolean or function has no length, so it means no list, as on the device. A
+    // string does have one, but no entries to read: that is a mistake worth naming.
     size_t ignoreCount = 0;
     if (lua_istable(L, 5)) {
         ignoreCount = lua_rawlen(L, 5);
-    } else if (!lua_isnil(L, 5)) {
-        return luaL_argerror(L, 1,
-                             lua_pushfstring(L, "ignoreColors must be a table, got %s", luaL_typename(L, 5)));
+    } else if (lua_type(L, 5) == LUA_TSTRING) {
+        return luaL_argerror(L, 1, "ignoreColors must be a table, got string");
     }
     // Every colour is checked before the list is allocated, so a bad entry leaks nothing.
     for (size_t i = 1; i <= ignoreCount; ++i) {

@@ -1,6 +1,7 @@
 #include "Managers/FileManager.h"
 
 #include <filesystem>
+#include <string_view>
 #include <system_error>
 
 #include "Platform/Alerts.h"
@@ -35,18 +36,24 @@ bool ensureDirectory(const std::string& path, std::string& failure) {
     return false;
 }
 
-// The text after the last dot of a name, lower-cased; empty when the name has no dot.
-std::string lowerCasedExtension(const std::string& name) {
-    auto dot = name.rfind('.');
-    if (dot == std::string::npos) return {};
-    std::string extension = name.substr(dot + 1);
+}  // namespace
+
+std::string FileManager::lowerCasedExtension(const std::string& path) {
+    const auto slash = path.rfind('/');
+    const std::string_view name = std::string_view(path).substr(slash == std::string::npos ? 0 : slash + 1);
+    const auto dot = name.rfind('.');
+    if (dot == std::string_view::npos) return {};
+    std::string extension(name.substr(dot + 1));
     for (char& c : extension) {
         if (c >= 'A' && c <= 'Z') c = char(c - 'A' + 'a');
     }
     return extension;
 }
 
-}  // namespace
+bool FileManager::isScriptName(const std::string& path) {
+    const std::string extension = lowerCasedExtension(path);
+    return extension == "lua" || extension == "e";
+}
 
 std::string FileManager::scriptsDirectoryPath() { return platform().paths->map(devicepaths::scriptsDirectory); }
 
@@ -80,8 +87,7 @@ std::vector<std::string> FileManager::getAllScriptFileTitles() {
     // Subdirectories count too: only the name decides what is a script.
     for (fs::directory_iterator end; entries != end;) {
         std::string name = entries->path().filename().string();
-        std::string extension = lowerCasedExtension(name);
-        if (extension == "lua" || extension == "e") titles.push_back(std::move(name));
+        if (isScriptName(name)) titles.push_back(std::move(name));
         entries.increment(error);
         if (error) return {};
     }

@@ -13,6 +13,11 @@ public:
     static bool prepareDirectories();
     // The names in the scripts directory whose lower-cased extension is "lua" or "e", in listing order.
     static std::vector<std::string> getAllScriptFileTitles();
+    // The text after the last dot of the file name a path ends in, lower-cased; empty when that
+    // name has no dot. "lua" and "e" make a script, and this is the one place that says so:
+    // a name such as ".lua" is a script here, in every list and to every player.
+    static std::string lowerCasedExtension(const std::string& path);
+    static bool isScriptName(const std::string& path);
     static bool fileIsDirectory(const std::string& path);
 
     // The scripts directory and the library directory on this machine.

@@ -29,6 +29,14 @@ public:
     // Where the absolute device path `devicePath` (or anything below it) lives on this machine.
     // Default: the device path as it stands.
     virtual std::string map(std::string_view devicePath) const { return std::string(devicePath); }
+    // A script function (`function`) could neither read nor write the file a script named
+    // `path`, which this machine placed at `mapped`. Default: nothing to tell, as on the device,
+    // where the two are the same file and a missing one is simply missing.
+    virtual void scriptFileMissed(std::string_view function, std::string_view path, const std::string& mapped) const {
+        (void)function;
+        (void)path;
+        (void)mapped;
+    }
 };
 
 }  // namespace tactora

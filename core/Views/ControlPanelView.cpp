@@ -5,6 +5,7 @@
 #include <system_error>
 
 #include "Control/ActivatorManager.h"
+#include "Managers/FileManager.h"
 #include "Platform/Paths.h"
 #include "Platform/Platform.h"
 #include "Views/Localization.h"
@@ -12,18 +13,6 @@
 namespace tactora {
 
 namespace fs = std::filesystem;
-
-namespace {
-
-std::string lowerCasedExtension(const std::string& name) {
-    std::string extension = fs::path(name).extension().string();
-    if (!extension.empty()) extension.erase(0, 1);
-    std::transform(extension.begin(), extension.end(), extension.begin(),
-                   [](unsigned char c) { return static_cast<char>(std::tolower(c)); });
-    return extension;
-}
-
-}  // namespace
 
 ControlPanelView::ControlPanelView(ControlPanelViewDelegate* delegate) : delegate_(delegate) { loadFiles(); }
 
@@ -38,8 +27,7 @@ void ControlPanelView::loadFiles() {
     for (fs::directory_iterator it(documentsDirectory_, error), end; !error && it != end; it.increment(error)) {
         std::string name = it->path().filename().string();
         if (fileIsDirectory(name)) continue;
-        std::string extension = lowerCasedExtension(name);
-        if (extension == "lua" || extension == "e") names.push_back(std::move(name));
+        if (FileManager::isScriptName(name)) names.push_back(std::move(name));
     }
     files_ = std::move(names);
 }

@@ -8,23 +8,22 @@
 
 namespace tactora::host {
 
+std::string alertLine(const AlertRequest& alert, int id) {
+    std::string line = "alert #" + std::to_string(id) + ": ";
+    if (!alert.title.empty()) line += alert.title + " - ";
+    for (char c : alert.message) line += c == '\n' ? std::string("\n    ") : std::string(1, c);
+    line += " [0: " + alert.cancelButton;
+    for (std::size_t i = 0; i < alert.otherButtons.size(); ++i)
+        line += ", " + std::to_string(i + 1) + ": " + alert.otherButtons[i];
+    line += "]";
+    if (alert.secureTextInput) line += " (password field)";
+    return line;
+}
+
 void ConsoleAlerts::showAlert(AlertRequest alert) {
     {
         std::lock_guard lock(mutex_);
-        if (!alert.title.empty()) std::fprintf(out_, "┌ %s\n", alert.title.c_str());
-        // A message of several lines keeps the frame on each.
-        std::size_t start = 0;
-        do {
-            std::size_t end = alert.message.find('\n', start);
-            std::string line = alert.message.substr(start, end == std::string::npos ? std::string::npos : end - start);
-            std::fprintf(out_, "│ %s\n", line.c_str());
-            start = end == std::string::npos ? std::string::npos : end + 1;
-        } while (start != std::string::npos);
-        if (alert.secureTextInput) std::fprintf(out_, "│ (password field)\n");
-        std::string buttons;
-        if (!alert.cancelButton.empty()) buttons += "[" + alert.cancelButton + "]";
-        for (const std::string& button : alert.otherButtons) buttons += (buttons.empty() ? "[" : " [") + button + "]";
-        std::fprintf(out_, "└ %s\n", buttons.c_str());
+        std::fprintf(out_, "%s\n", alertLine(alert, ++shown_).c_str());
         std::fflush(out_);
     }
     if (!alert.didPresent && !alert.didDismissWithButtonIndex) return;

@@ -40,6 +40,9 @@ struct HostPlatform::Ports {
                 problems.push_back(error);
         }
         display.setFrameSource(sequenceOfFrames(std::move(frames)));
+        // Vibration and sound lines are the device's feedback, not the tool's output.
+        feedback.setQuiet(!options.verbose);
+        installPackageFiles(paths);
     }
 
     static DeviceProfile chooseProfile(const std::string& name, std::vector<std::string>& problems) {

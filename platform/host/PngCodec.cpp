@@ -3,8 +3,63 @@
 #include <png.h>
 
 #include <cstring>
+#include <vector>
 
 namespace tactora::host {
+
+namespace {
+
+struct MemoryReader {
+    const std::uint8_t* bytes;
+    std::size_t size;
+    std::size_t offset;
+};
+
+void readFromMemory(png_structp png, png_bytep out, png_size_t length) {
+    auto* reader = static_cast<MemoryReader*>(png_get_io_ptr(png));
+    if (length > reader->size - reader->offset) png_error(png, "truncated");
+    std::memcpy(out, reader->bytes + reader->offset, length);
+    reader->offset += length;
+}
+
+// A broken file is answered by the caller's return value; libpng's own messages would go to stderr.
+[[noreturn]] void failSilently(png_structp png, png_const_charp) { png_longjmp(png, 1); }
+void ignoreWarning(png_structp, png_const_charp) {}
+
+// A 16-bit PNG as CoreGraphics decodes it: the samples stay the gamma-encoded values they are and
+// each becomes its high byte (0x8080 -> 0x80). libpng's simplified reader takes 16-bit samples
+// for linear light and re-encodes them, which makes mid-tones far too bright, so these files are
+// read with no gamma handling at all. Fills `rows` (straight R, G, B, A) and answers true.
+// Nothing with a destructor lives here: libpng leaves by longjmp.
+bool readSixteenBit(const std::uint8_t* bytes, std::size_t size, png_bytep* rows, png_uint_32 width,
+                    png_uint_32 height) {
+    MemoryReader reader{bytes, size, 0};
+    png_structp png = png_create_read_struct(PNG_LIBPNG_VER_STRING, nullptr, failSilently, ignoreWarning);
+    if (!png) return false;
+    png_infop info = png_create_info_struct(png);
+    if (!info || setjmp(png_jmpbuf(png))) {
+        png_destroy_read_struct(&png, info ? &info : nullptr, nullptr);
+        return false;
+    }
+    png_set_read_fn(png, &reader, readFromMemory);
+    png_read_info(png, info);
+    if (png_get_image_width(png, info) != width || png_get_image_height(png, info) != height) png_error(png, "size");
+    const int colorType = png_get_color_type(png, info);
+    png_set_expand(png);  // tRNS becomes alpha
+    png_set_strip_16(png);
+    if (!(colorType & PNG_COLOR_MASK_COLOR)) png_set_gray_to_rgb(png);
+    if (!(colorType & PNG_COLOR_MASK_ALPHA) && !png_get_valid(png, info, PNG_INFO_tRNS))
+        png_set_filler(png, 0xFF, PNG_FILLER_AFTER);
+    png_set_interlace_handling(png);
+    png_read_update_info(png, info);
+    if (png_get_rowbytes(png, info) != static_cast<png_size_t>(width) * 4) png_error(png, "layout");
+    png_read_image(png, rows);
+    png_read_end(png, nullptr);
+    png_destroy_read_struct(&png, &info, nullptr);
+    return true;
+}
+
+}  // namespace
 
 PixelBufferPtr PngCodec::decodePng(const std::uint8_t* bytes, std::size_t size) const {
     if (!bytes || size < 8 || png_sig_cmp(bytes, 0, 8) != 0) return nullptr;
@@ -18,7 +73,6 @@ PixelBufferPtr PngCodec::decodePng(const std::uint8_t* bytes, std::size_t size) 
         png_image_free(&image);
         return nullptr;
     }
-    image.format = PNG_FORMAT_RGBA;
     const std::size_t rowBytes = static_cast<std::size_t>(image.width) * 4;
     auto* data = static_cast<std::uint8_t*>(std::malloc(rowBytes * image.height));
     auto* record = static_cast<PixelBuffer*>(std::malloc(sizeof(PixelBuffer)));
@@ -30,9 +84,19 @@ PixelBufferPtr PngCodec::decodePng(const std::uint8_t* bytes, std::size_t size) 
     }
     *record = PixelBuffer{data, image.width, image.height, rowBytes, 4};
     PixelBufferPtr result(record);
-    if (!png_image_finish_read(&image, nullptr, data, static_cast<png_int_32>(rowBytes), nullptr)) {
+    if (image.format & PNG_FORMAT_FLAG_LINEAR) {
         png_image_free(&image);
-        return nullptr;
+        std::vector<png_bytep> rows(record->height);
+        for (std::size_t y = 0; y < rows.size(); ++y) rows[y] = data + y * rowBytes;
+        if (!readSixteenBit(bytes, size, rows.data(), static_cast<png_uint_32>(record->width),
+                            static_cast<png_uint_32>(record->height)))
+            return nullptr;
+    } else {
+        image.format = PNG_FORMAT_RGBA;
+        if (!png_image_finish_read(&image, nullptr, data, static_cast<png_int_32>(rowBytes), nullptr)) {
+            png_image_free(&image);
+            return nullptr;
+        }
     }
     for (std::size_t i = 0, n = rowBytes * image.height; i < n; i += 4) {
         const std::uint32_t a = data[i + 3];

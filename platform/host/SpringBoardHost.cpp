@@ -3,6 +3,7 @@
 #include <mutex>
 
 #include "Control/ActionListener.h"
+#include "host/ConsoleAlerts.h"
 #include "Platform/Platform.h"
 #include "Views/ControlPanelView.h"
 #include "Views/PlaySettingsView.h"
@@ -24,16 +25,7 @@ SpringBoardHost::SpringBoardHost(MainLoop& loop, const std::string& registryPath
       console_(console),
       registry_(registryPath),
       hidSource_(*platform().queues) {
-    alerts_.onShow = [this](const HostAlerts::OpenAlert& alert) {
-        std::string line = "alert #" + std::to_string(alert.id) + ": ";
-        if (!alert.request.title.empty()) line += alert.request.title + " - ";
-        line += alert.request.message + " [0: " + alert.request.cancelButton;
-        for (size_t i = 0; i < alert.request.otherButtons.size(); ++i)
-            line += ", " + std::to_string(i + 1) + ": " + alert.request.otherButtons[i];
-        line += "]";
-        if (alert.request.secureTextInput) line += " (password field)";
-        say(line);
-    };
+    alerts_.onShow = [this](const HostAlerts::OpenAlert& alert) { say(alertLine(alert.request, alert.id)); };
     presenter_.onPresent = [this](PresentedPanel& panel) {
         if (auto* control = dynamic_cast<ControlPanelView*>(&panel)) {
             std::string line = "panel: " + control->titleText() + " - " + control->messageText() + " [" +
@@ -52,7 +44,11 @@ SpringBoardHost::SpringBoardHost(MainLoop& loop, const std::string& registryPath
                 settings->playSpeedLabelText() + settings->playSpeedValueText());
         }
     };
-    feedback_.onFeedback = [this](const char* what) { say(std::string("feedback: ") + what); };
+    // Said where it happens, so that a reader of the console knows what the line stands for.
+    feedback_.onFeedback = [this](const char* what) {
+        say(std::string("feedback: ") + what + " (the phone would " +
+            (std::string(what) == "vibrate" ? "vibrate" : "play its sound") + " here)");
+    };
 
     Platform& p = platform();
     saved_ = p;

@@ -1,0 +1,210 @@
+// The script API as authors meet it: every example of the README's and docs/script-api.md's
+// script API runs as written on the simulated device, and pictures and search options mean what
+// they mean on the phone.
+#include <gtest/gtest.h>
+#include <zlib.h>
+
+#include <filesystem>
+#include <regex>
+#include <string>
+#include <vector>
+
+#include "CommandLineRun.h"
+#include "host/PngCodec.h"
+
+using namespace tactora;
+using namespace tactora::testing;
+namespace fs = std::filesystem;
+
+namespace {
+
+std::size_t count(const std::string& text, const std::string& what) {
+    std::size_t n = 0;
+    for (auto at = text.find(what); at != std::string::npos; at = text.find(what, at + 1)) ++n;
+    return n;
+}
+
+std::string source(const std::string& relative) { return readFile(fs::path(TACTORA_SOURCE_DIR) / relative); }
+
+// The example column of the README's script API table.
+std::vector<std::string> readmeExamples() {
+    std::vector<std::string> examples;
+    bool inTable = false;
+    for (const std::string& line : lines(source("README.md"))) {
+        if (line.rfind("| function | arguments → results | example |", 0) == 0) {
+            inTable = true;
+            continue;
+        }
+        if (!inTable || line.rfind("|---", 0) == 0) continue;
+        if (line.empty() || line[0] != '|') break;
+        const auto open = line.rfind("| `");
+        if (open == std::string::npos) continue;
+        std::string cell = line.substr(open + 3);
+        examples.push_back(cell.substr(0, cell.rfind("` |")));
+    }
+    return examples;
+}
+
+// Every ```LANGUAGE block of a file of the source tree.
+std::vector<std::string> fencedBlocks(const std::string& relative, const std::string& language) {
+    std::vector<std::string> examples;
+    std::string block;
+    bool inBlock = false;
+    for (const std::string& line : lines(source(relative))) {
+        if (!inBlock && line == "```" + language) {
+            inBlock = true;
+            block.clear();
+        } else if (inBlock && line == "```") {
+            inBlock = false;
+            examples.push_back(block);
+        } else if (inBlock) {
+            block += line + "\n";
+        }
+    }
+    return examples;
+}
+
+// A one-row PNG of 16-bit samples (`channels` of them a pixel: 2 gray + alpha, 3 RGB, 4 RGBA),
+// with no gamma information, as image editors write them.
+std::string sixteenBitPng(int colorType, const std::vector<std::uint16_t>& samples, std::uint32_t width) {
+    auto be32 = [](std::uint32_t v) { return std::string{char(v >> 24), char(v >> 16), char(v >> 8), char(v)}; };
+    auto chunk = [&](const std::string& type, const std::string& data) {
+        std::string body = type + data;
+        return be32(std::uint32_t(data.size())) + body +
+               be32(std::uint32_t(crc32(0, reinterpret_cast<const Bytef*>(body.data()), uInt(body.size()))));
+    };
+    std::string row(1, '\0');  // filter: none
+    for (std::uint16_t sample : samples) row += {char(sample >> 8), char(sample)};
+    uLongf size = compressBound(uLong(row.size()));
+    std::string compressed(size, '\0');
+    compress(reinterpret_cast<Bytef*>(compressed.data()), &size, reinterpret_cast<const Bytef*>(row.data()),
+             uLong(row.size()));
+    compressed.resize(size);
+    const std::string header = be32(width) + be32(1) + std::string{16, char(colorType), 0, 0, 0};
+    return std::string("\x89PNG\r\n\x1a\n", 8) + chunk("IHDR", header) + chunk("IDAT", compressed) +
+           chunk("IEND", "");
+}
+
+TEST(ScriptApi, EveryExampleOfTheReadmeAndTheDocsRunsAsWritten) {
+    std::vector<std::string> examples = readmeExamples();
+    const std::size_t fromReadme = examples.size();
+    for (std::string& example : fencedBlocks("docs/script-api.md", "lua")) examples.push_back(std::move(example));
+    ASSERT_GE(fromReadme, 20u);
+    ASSERT_GE(examples.size() - fromReadme, 8u);
+
+    ScratchDirectory directory;
+    const fs::path scripts = directory.path() / "root/var/mobile/Library/Tactora/Scripts";
+    // The files the examples name as the author's own, beside the scripts.
+    writeFile(scripts / "common.lua", "common = true");
+    writeFile(scripts / "helpers.lua", "return {}");
+    writeFile(scripts / "icon.png", solidPng(8, 8, 0x4BD863));
+    writeFile(scripts / "ok-button.png", solidPng(8, 8, 0xFFFFFF));
+    // Each example is a chunk of its own; a failure names it and the run goes on.
+    std::string script = "local examples = {\n";
+    for (const std::string& example : examples) script += "[==========[" + example + "]==========],\n";
+    script += "}\nfor i, text in ipairs(examples) do\n"
+              "  local chunk, problem = load(text, 'example ' .. i)\n"
+              "  local ran = chunk and {pcall(chunk)} or {false, problem}\n"
+              "  if not ran[1] then log('EXAMPLE FAILED: ' .. text .. ' -> ' .. tostring(ran[2])) end\n"
+              "end\nlog('EXAMPLES RAN ' .. #examples)\n";
+    writeFile(scripts / "examples.lua", script);
+
+    CommandOutcome run = runCommand(directory.path(), {"--root", "root", "play", "examples.lua", "--speed", "2"});
+    EXPECT_EQ(run.exitCode, 0) << run.err;
+    const std::string log = readFile(directory.path() / "root/var/mobile/Library/Tactora/Library/log.log");
+    EXPECT_EQ(log.find("EXAMPLE FAILED"), std::string::npos) << log;
+    EXPECT_NE(log.find("EXAMPLES RAN " + std::to_string(examples.size())), std::string::npos) << log;
+    EXPECT_EQ(run.err.find("tactora:"), std::string::npos) << run.err;
+    // An example that writes a picture leaves it where it says.
+    const std::regex written(R"re(screenshot\w*\(rootDir\(\) \.\. "([^"]+)")re");
+    std::size_t pictures = 0;
+    for (const std::string& example : examples) {
+        if (example.find("screenshot") == std::string::npos) continue;
+        std::smatch match;
+        ASSERT_TRUE(std::regex_search(example, match, written)) << "writes outside the scripts directory: " << example;
+        EXPECT_TRUE(fs::is_regular_file(scripts / match[1].str())) << example;
+        ++pictures;
+    }
+    EXPECT_GE(pictures, 3u);
+}
+
+TEST(ScriptApi, TheRecordingAndTraceExamplesRunAsWritten) {
+    ScratchDirectory directory;
+    const auto events = fencedBlocks("docs/recording.md", "json");
+    const auto script = fencedBlocks("docs/trace-format.md", "lua");
+    ASSERT_FALSE(events.empty());
+    ASSERT_FALSE(script.empty());
+    writeFile(directory.path() / "events.jsonl", events.front());
+    CommandOutcome recorded =
+        runCommand(directory.path(), {"--root", "root", "record", "--input", "events.jsonl", "--output", "r.lua"});
+    EXPECT_EQ(recorded.exitCode, 0) << recorded.err;
+    EXPECT_NE(readFile(directory.path() / "r.lua").find("homeButtonUp()"), std::string::npos);
+    writeFile(directory.path() / "trace.lua", script.front());
+    CommandOutcome played = runCommand(directory.path(), {"--root", "root", "play", "trace.lua", "--trace", "t.jsonl"});
+    EXPECT_EQ(played.exitCode, 0) << played.err;
+    EXPECT_EQ(count(readFile(directory.path() / "t.jsonl"), "\"kind\":\"keyboard\""), 2u);
+}
+
+TEST(ScriptApi, IgnoreColorsThatIsNotATableMeansNoList) {
+    // A white screen with one red pixel: an all-white template matches at every point but the
+    // ones that cover the red pixel, unless red is ignored.
+    ScratchDirectory directory;
+    const fs::path scripts = directory.path() / "root/var/mobile/Library/Tactora/Scripts";
+    std::vector<std::uint8_t> screen(std::size_t(640) * 1136 * 4, 0xFF);
+    screen[0] = 0xFF, screen[1] = 0, screen[2] = 0;
+    auto picture = host::PngCodec().encodePng(screen.data(), 640, 1136, 640 * 4);
+    ASSERT_TRUE(picture);
+    writeFile(directory.path() / "screen.png", std::string(picture->begin(), picture->end()));
+    writeFile(scripts / "white.png", solidPng(2, 2, 0xFFFFFF));
+    struct Case {
+        const char* ignoreColors;
+        const char* logged;
+    };
+    const Case cases[] = {
+        {"nil", "found false"},
+        {"0xFF0000", "found false"},
+        {"true", "found false"},
+        {"{0xFF0000}", "found true"},
+        {"'0xFF0000'", "ignoreColors must be a table, got string"},
+    };
+    for (const Case& test : cases) {
+        SCOPED_TRACE(test.ignoreColors);
+        writeFile(scripts / "search.lua",
+                  std::string("local hits = findImage{imagePath = rootDir() .. 'white.png', ignoreColors = ") +
+                      test.ignoreColors +
+                      "} local corner = false for _, p in ipairs(hits) do corner = corner or (p[1] == 0 and p[2] == 0) "
+                      "end log('found ' .. tostring(corner))");
+        CommandOutcome run = runCommand(directory.path(), {"--root", "root", "--screen", "screen.png", "play", "search.lua"});
+        const fs::path logFile = directory.path() / "root/var/mobile/Library/Tactora/Library/log.log";
+        EXPECT_NE(readFile(logFile).find(test.logged), std::string::npos) << readFile(logFile) << run.err;
+        fs::remove(logFile);
+    }
+}
+
+TEST(ScriptApi, SixteenBitPicturesKeepTheHighByteOfEachSample) {
+    struct Case {
+        const char* what;
+        std::string file;
+        std::vector<std::uint8_t> rgba;  // premultiplied, as the codec gives them
+    };
+    const Case cases[] = {
+        {"RGB", sixteenBitPng(2, {0x8080, 0x4040, 0xC0C0, 0xFFFF, 0x0000, 0x10FF}, 2),
+         {0x80, 0x40, 0xC0, 0xFF, 0xFF, 0x00, 0x10, 0xFF}},
+        {"gray and alpha", sixteenBitPng(4, {0x8080, 0xFFFF, 0x40C0, 0x8000}, 2),
+         {0x80, 0x80, 0x80, 0xFF, 0x20, 0x20, 0x20, 0x80}},
+        {"RGBA", sixteenBitPng(6, {0x8080, 0x4040, 0xC0C0, 0xFFFF}, 1), {0x80, 0x40, 0xC0, 0xFF}},
+    };
+    host::PngCodec codec;
+    for (const Case& test : cases) {
+        SCOPED_TRACE(test.what);
+        auto bytes = reinterpret_cast<const std::uint8_t*>(test.file.data());
+        PixelBufferPtr decoded = codec.decodePng(bytes, test.file.size());
+        ASSERT_TRUE(decoded);
+        ASSERT_EQ(decoded->width * decoded->height * 4, test.rgba.size());
+        EXPECT_EQ(std::vector<std::uint8_t>(decoded->data, decoded->data + test.rgba.size()), test.rgba);
+        // A file cut short is refused, not half read.
+        EXPECT_FALSE(codec.decodePng(bytes, test.file.size() - 20));
+    }
+}
+
+}  // namespace
