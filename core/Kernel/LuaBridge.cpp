@@ -41,9 +41,9 @@ constexpr const char* packagePathChunk =
 // VM reads without synchronisation: a data race, which C++ does not allow. So the hook is set
 // only from the script's own thread, and the VM is never touched from outside:
 //   - while a chunk runs, a count hook looks at the stop word (a relaxed atomic) every
-//     `instructionsBetweenLooks` VM instructions. A hook call every few thousand instructions
-//     costs well under a tenth of a tight loop, where a hook on every instruction, call and
-//     return cost 2.6 times its speed;
+//     `instructionsBetweenLooks` VM instructions. That costs a tight loop about 5 % (the VM
+//     counts down on every instruction; the hook call itself is rare), where a hook on every
+//     instruction, call and return cost 2.6 times its speed;
 //   - a chunk that starts already stopped gets the hook on every instruction, call and return,
 //     so that it ends before it does anything;
 //   - the pauses and other waits that scripts call watch the word themselves and raise the stop
