@@ -71,6 +71,8 @@ TEST(StopLatency, OneSignalEndsARunWhereverItsScriptIs) {
         EXPECT_EQ(logged.find("after the pause"), std::string::npos) << logged;
         EXPECT_EQ(logged.find("interrupted"), std::string::npos) << logged;
         EXPECT_EQ(text.find("interrupted"), std::string::npos) << text;
-        if (test.status == 0) EXPECT_NE(text.find("Playing Finished!"), std::string::npos) << text;
+        if (test.status == 0) {
+            EXPECT_NE(text.find("Playing Finished!"), std::string::npos) << text;
+        }
     }
 }
