@@ -2,8 +2,8 @@
 //   BM_LoopPlain / BM_LoopInBridge: the same arithmetic loop in a bare Lua state and in the
 //   bridge with its stop hook; BM_HookOverhead reports the ratio of their thread CPU times.
 //   BM_StopLatency*: time from stopLuaRunning on one thread to the end of the script's protected
-//   call on the script's thread, with its median and 99th percentile: in a busy loop, in a loop
-//   of C calls, in a loop of appRun and inside a 30 s pause.
+//   call on the script's thread, with its median and 99th percentile: in a busy loop, in loops
+//   of quick and of slow C calls, in a loop of appRun and inside a 30 s pause.
 #include <benchmark/benchmark.h>
 #include <time.h>
 
@@ -164,6 +164,12 @@ void BM_StopLatencyCallingC(benchmark::State& state) {
     stopLatency(state, "usleep(0) while true do getScreenBitDepth() end");
 }
 BENCHMARK(BM_StopLatencyCallingC)->UseManualTime()->Iterations(300)->Unit(benchmark::kMicrosecond);
+
+// Each call takes a fraction of a millisecond, so few VM instructions pass between two looks.
+void BM_StopLatencySlowCalls(benchmark::State& state) {
+    stopLatency(state, "usleep(0) while true do local s = string.rep('x', 1000000) end");
+}
+BENCHMARK(BM_StopLatencySlowCalls)->UseManualTime()->Iterations(100)->Unit(benchmark::kMicrosecond);
 
 void BM_StopLatencyInAppRun(benchmark::State& state) {
     stopLatency(state, "usleep(0) while true do appRun('com.example.app') end");

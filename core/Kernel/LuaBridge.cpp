@@ -6,7 +6,9 @@
 //     the pauses that watch it).
 #include "Kernel/LuaBridge.h"
 
+#include <algorithm>
 #include <atomic>
+#include <chrono>
 #include <string>
 
 extern "C" {
@@ -40,22 +42,52 @@ constexpr const char* packagePathChunk =
 // comes from another thread, and lua_sethook writes several fields of the state that the running
 // VM reads without synchronisation: a data race, which C++ does not allow. So the hook is set
 // only from the script's own thread, and the VM is never touched from outside:
-//   - while a chunk runs, a count hook looks at the stop word (a relaxed atomic) every
-//     `instructionsBetweenLooks` VM instructions. That costs a tight loop about 5 % (the VM
-//     counts down on every instruction; the hook call itself is rare), where a hook on every
-//     instruction, call and return cost 2.6 times its speed;
+//   - while a chunk runs, a count hook looks at the stop word (a relaxed atomic) about once a
+//     millisecond: after each look it sets the count of VM instructions until the next one from
+//     how long the last ones took (at most twice the last count, at most
+//     `mostInstructionsBetweenLooks`, at least 1). A tight loop looks every 4096 instructions,
+//     which costs it about 5 % (the VM counts down on every instruction; the hook call itself is
+//     rare), where a hook on every instruction, call and return cost 2.6 times its speed;
+//   - every script function looks at the word when it returns (stoppable), as the hook on every
+//     return did: a loop of touches or screen reads ends at the first return after the stop;
 //   - a chunk that starts already stopped gets the hook on every instruction, call and return,
 //     so that it ends before it does anything;
 //   - the pauses and other waits that scripts call watch the word themselves and raise the stop
 //     the moment it is asked (interruptedError).
-// A stop therefore takes effect within one look of the word: the instructions between two looks
-// run in microseconds, and a single instruction or C call that takes longer is no slower to stop
-// than with a hook on every instruction.
-constexpr int instructionsBetweenLooks = 4096;
+// A stop therefore takes effect within about a millisecond of Lua code, at the return of a script
+// function, or at the end of a longer instruction or library call in progress. Only a loop that
+// turns from quick instructions to slow library calls (megabytes of string work, say) can run up
+// to 4096 instructions before its next look.
+constexpr int mostInstructionsBetweenLooks = 4096;
+constexpr int firstInstructionsBetweenLooks = 16;
+constexpr std::chrono::microseconds lookEvery{1000};
 constexpr int everyStep = LUA_MASKCALL | LUA_MASKRET | LUA_MASKCOUNT;
+
+// When the script's thread last looked; hooks only ever run on that thread.
+thread_local std::chrono::steady_clock::time_point lastLook;
 
 void lstop(lua_State* L, lua_Debug*) {
     if (stop.load(std::memory_order_relaxed) == 1) interruptedError(L);
+    if (lua_gethookmask(L) != LUA_MASKCOUNT) return;
+    const auto now = std::chrono::steady_clock::now();
+    const double took = std::chrono::duration<double>(now - lastLook).count();
+    lastLook = now;
+    const int count = lua_gethookcount(L);
+    // Scaled so that the next look comes about `lookEvery` from now at the pace of the last ones.
+    const double wanted = took > 0 ? count * (std::chrono::duration<double>(lookEvery).count() / took)
+                                   : double(mostInstructionsBetweenLooks);
+    const double most = std::min(2.0 * count, double(mostInstructionsBetweenLooks));
+    const int next = wanted >= most ? static_cast<int>(most) : wanted <= 1 ? 1 : static_cast<int>(wanted);
+    if (next != count) lua_sethook(L, lstop, LUA_MASKCOUNT, next);
+}
+
+// A script function that ends the script when a stop came while it ran, as the stop hook on every
+// return did.
+template <lua_CFunction function>
+int stoppable(lua_State* L) {
+    const int results = function(L);
+    if (stopRequested()) return interruptedError(L);
+    return results;
 }
 
 // The text of the error value on the stack top. A script may raise a table or nil; it is still
@@ -112,30 +144,30 @@ void registerFunctions(lua_State* L) {
     };
     // Later Lua code, Extensions.lua included, may replace any of these.
     static constexpr Entry globals[] = {
-        {"homeButtonDown", homeButtonDownProxy},
-        {"homeButtonUp", homeButtonUpProxy},
-        {"touchDown", touchDownProxy},
-        {"touchMove", touchMoveProxy},
-        {"touchUp", touchUpProxy},
-        {"rootPathOfDocuments", rootDirProxy},
-        {"rootDir", rootDirProxy},
-        {"logging", logProxy},
-        {"log", logProxy},
-        {"usleep", usleepProxy},
-        {"alert", alertProxy},
-        {"vibrate", vibrateProxy},
-        {"playAudio", playAudioProxy},
-        {"screenshot", screenshotProxy},
-        {"screenshotRegion", screenshotRegionProxy},
-        {"getScreenSize", getScreenSizeProxy},
-        {"getScreenResolution", getScreenResolutionProxy},
-        {"getScreenBitDepth", getScreenBitDepthProxy},
-        {"getColor", getColorProxy},
-        {"findColor", findColorProxy},
-        {"findImage", findImageProxy},
-        {"appRun", appRunProxy},
-        {"appKill", appKillProxy},
-        {"appIsActive", appIsActiveProxy},
+        {"homeButtonDown", stoppable<homeButtonDownProxy>},
+        {"homeButtonUp", stoppable<homeButtonUpProxy>},
+        {"touchDown", stoppable<touchDownProxy>},
+        {"touchMove", stoppable<touchMoveProxy>},
+        {"touchUp", stoppable<touchUpProxy>},
+        {"rootPathOfDocuments", stoppable<rootDirProxy>},
+        {"rootDir", stoppable<rootDirProxy>},
+        {"logging", stoppable<logProxy>},
+        {"log", stoppable<logProxy>},
+        {"usleep", stoppable<usleepProxy>},
+        {"alert", stoppable<alertProxy>},
+        {"vibrate", stoppable<vibrateProxy>},
+        {"playAudio", stoppable<playAudioProxy>},
+        {"screenshot", stoppable<screenshotProxy>},
+        {"screenshotRegion", stoppable<screenshotRegionProxy>},
+        {"getScreenSize", stoppable<getScreenSizeProxy>},
+        {"getScreenResolution", stoppable<getScreenResolutionProxy>},
+        {"getScreenBitDepth", stoppable<getScreenBitDepthProxy>},
+        {"getColor", stoppable<getColorProxy>},
+        {"findColor", stoppable<findColorProxy>},
+        {"findImage", stoppable<findImageProxy>},
+        {"appRun", stoppable<appRunProxy>},
+        {"appKill", stoppable<appKillProxy>},
+        {"appIsActive", stoppable<appIsActiveProxy>},
     };
     for (const Entry& global : globals) {
         lua_pushcclosure(L, global.function, 0);
@@ -203,7 +235,8 @@ void LuaBridge::run(const std::function<int(lua_State*)>& load) {
     if (stopRequested()) {
         lua_sethook(L, lstop, everyStep, 1);
     } else {
-        lua_sethook(L, lstop, LUA_MASKCOUNT, instructionsBetweenLooks);
+        lastLook = std::chrono::steady_clock::now();
+        lua_sethook(L, lstop, LUA_MASKCOUNT, firstInstructionsBetweenLooks);
     }
     int status = load(L);
     if (status == LUA_OK) status = lua_pcallk(L, 0, LUA_MULTRET, 0, 0, nullptr);
