@@ -40,6 +40,7 @@ namespace {
 class InstantClock : public Clock {
 public:
     void sleepMicroseconds(std::uint32_t) override {}
+    bool sleepMicrosecondsUnless(std::uint32_t, const std::function<bool()>& stopped) override { return !stopped(); }
 };
 
 class CheckingRemote : public RemoteMessagePort {

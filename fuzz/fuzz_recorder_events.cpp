@@ -48,6 +48,7 @@ public:
         return now;
     }
     void sleepMicroseconds(std::uint32_t) override {}
+    bool sleepMicrosecondsUnless(std::uint32_t, const std::function<bool()>& stopped) override { return !stopped(); }
 };
 
 class SizedDisplay : public Display {

@@ -48,6 +48,7 @@ public:
     std::uint64_t absoluteTime() const override { return host.absoluteTime(); }
     std::tm localNow() const override { return host.localNow(); }
     void sleepMicroseconds(std::uint32_t) override {}
+    bool sleepMicrosecondsUnless(std::uint32_t, const std::function<bool()>& stopped) override { return !stopped(); }
 
 private:
     HostClock host;

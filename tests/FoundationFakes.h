@@ -133,14 +133,14 @@ public:
     std::uint64_t absoluteTime() const override { return ticks; }
     std::tm localNow() const override { return now; }
     void sleepMicroseconds(std::uint32_t microseconds) override {
-        std::function<void(std::uint32_t)> hook;
-        {
-            std::lock_guard lock(mutex_);
-            sleeps_.push_back(microseconds);
-            hook = onSleep;
-        }
-        if (hook) hook(microseconds);
+        note(microseconds);
         if (realSleeps) Clock::sleepMicroseconds(microseconds);
+    }
+    // Written down like any sleep; a stop asked before or during it (in onSleep) cuts it short.
+    bool sleepMicrosecondsUnless(std::uint32_t microseconds, const std::function<bool()>& stopped) override {
+        note(microseconds);
+        if (realSleeps) return Clock::sleepMicrosecondsUnless(microseconds, stopped);
+        return !stopped();
     }
     std::vector<std::uint32_t> sleeps() const {
         std::lock_guard lock(mutex_);
@@ -157,6 +157,16 @@ public:
     }
 
 private:
+    void note(std::uint32_t microseconds) {
+        std::function<void(std::uint32_t)> hook;
+        {
+            std::lock_guard lock(mutex_);
+            sleeps_.push_back(microseconds);
+            hook = onSleep;
+        }
+        if (hook) hook(microseconds);
+    }
+
     mutable std::mutex mutex_;
     std::vector<std::uint32_t> sleeps_;
 };

@@ -90,7 +90,7 @@ TEST(PlayCommand, PlaysAScriptThroughTheReceiverAndReportsTheEnd) {
               "log('tapped ' .. getScreenSize()) alert('halfway')");
     fs::path trace = device.root.path() / "trace.jsonl";
     ToolRun run = runTool(device.root.path(), {"play", (device.scripts / "tap.lua").string(), "--repeat", "2",
-                                               "--interval", "0", "--speed", "2", "--trace", trace.string()});
+                                               "--interval", "0", "--speed", "1.9", "--trace", trace.string()});
     ASSERT_EQ(run.exitCode, 0) << run.errors;
     // Each pass: the finger down at the pause, lifted at the end-of-run flush.
     std::string hid = readFile(trace);

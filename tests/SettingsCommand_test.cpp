@@ -29,14 +29,14 @@ TEST(SettingsCommand, StoresAScriptsPlaySettingsAndUpdatesThemInPlace) {
     ASSERT_EQ(first.exitCode, 0) << first.output;
     EXPECT_NE(first.output.find("a.lua"), std::string::npos) << first.output;
 
-    ASSERT_EQ(runTool(root, "settings --script a.lua --speed 2").exitCode, 0);
+    ASSERT_EQ(runTool(root, "settings --script a.lua --speed 1.9").exitCode, 0);
     EXPECT_EQ(DataManager::countPlaySettings(), 1);
     auto stored = DataManager::findPlaySettingsByScriptTitle("a.lua");
     ASSERT_TRUE(stored);
     EXPECT_TRUE(stored->playDirectly());
     EXPECT_EQ(stored->repeatTime(), 3);
     EXPECT_EQ(stored->repeatInterval(), 2);
-    EXPECT_EQ(stored->playSpeed(), 2.0f);
+    EXPECT_EQ(stored->playSpeed(), 1.9f);
 
     // Refused input changes nothing.
     for (const char* bad : {"settings --script \"it's.lua\" --repeat 1", "settings --script a.lua --speed 0",

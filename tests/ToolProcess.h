@@ -33,6 +33,7 @@ public:
     Child& operator=(const Child&) = delete;
 
     bool running() const { return pid_ > 0; }
+    pid_t pid() const { return pid_; }
     void kill() {
         if (pid_ <= 0) return;
         ::kill(pid_, SIGKILL);

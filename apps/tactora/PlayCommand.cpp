@@ -16,6 +16,7 @@
 
 #include "Command.h"
 #include "Password.h"
+#include "PlayValues.h"
 #include "Control/ScriptManager.h"
 #include "Managers/DataManager.h"
 #include "Managers/Encrypt.h"
@@ -94,8 +95,10 @@ std::string fillSettings(const PlayOptions& options, PlaySettings& settings) {
     return "not a script (the name must end in .lua or .e): " + options.script;
 }
 
-// Ctrl-C (or SIGTERM) asks the run to stop; a second one ends the process at once. The signals
-// are taken by a thread of their own, so the stop request runs as ordinary code, not in a handler.
+// Ctrl-C (or SIGTERM) asks the run to stop, which ends it at once wherever its script is. A second
+// one ends the process without the finishing step, should anything still hold the run. The
+// signals are taken by a thread of their own, so the stop request runs as ordinary code, not in a
+// handler.
 class StopOnSignal {
 public:
     StopOnSignal() {
@@ -109,7 +112,7 @@ public:
                 if (sigwait(&signals_, &signal) != 0) continue;
                 if (done_.load()) return;
                 if (seen > 0) _exit(130);
-                std::fprintf(stderr, "\nstopping (Ctrl-C again to quit at once)\n");
+                std::fprintf(stderr, "\nstopping\n");
                 ScriptManager::stopPlaying();
             }
         });
@@ -206,12 +209,15 @@ void setup(CLI::App& app, GlobalOptions& global) {
                         "scripts directory (as tactora scripts lists it)")
         ->required();
     command->add_option("--repeat", options->repeat,
-                        "Times to play; 0 (or less) plays until Ctrl-C (default: the stored settings, else 1)");
+                        "Times to play, 0 or more; 0 plays until Ctrl-C (default: the stored settings, else 1)")
+        ->check(repeatTimeCheck("--repeat"));
     command->add_option("--interval", options->interval,
-                        "Whole seconds between two passes (default: the stored settings, else 1)");
+                        "Whole seconds between two passes, 0 to 1000000 (default: the stored settings, else 1)")
+        ->check(repeatIntervalCheck("--interval"));
     command->add_option("--speed", options->speed,
-                        "Play speed: pauses last (2 - speed) times as long, 2 and above skip them "
-                        "(default: the stored settings, else 1)");
+                        "Play speed from 0.1 to 1.9: pauses last (2 - speed) times as long "
+                        "(default: the stored settings, else 1)")
+        ->check(playSpeedCheck("--speed"));
     options->password.addOptions(*command);
     command->add_option("--trace", options->trace,
                         "File the simulated device writes the events it received to (JSON lines)");

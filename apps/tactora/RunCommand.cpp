@@ -4,6 +4,7 @@
 #include <signal.h>
 #include <unistd.h>
 
+#include <chrono>
 #include <cstdio>
 #include <filesystem>
 #include <iostream>
@@ -11,6 +12,8 @@
 #include <thread>
 
 #include "Command.h"
+#include "Control/ScriptManager.h"
+#include "Models/Global.h"
 #include "Platform/Paths.h"
 #include "Platform/Platform.h"
 #include "host/ControlApi.h"
@@ -128,6 +131,12 @@ void run(GlobalOptions& options, const RunOptions& run) {
     }
 
     loop.run();
+    // A run in progress is stopped, which ends it at once, and its finishing step is waited for:
+    // until then the run's thread still uses the device torn down below.
+    if (Global::sharedInstance().luaBridge()) {
+        ScriptManager::stopPlaying();
+        loop.runUntil([] { return !Global::sharedInstance().luaBridge(); }, std::chrono::seconds(5));
+    }
     api.stop();
     receiver.reset();
     host::removeRunFile();

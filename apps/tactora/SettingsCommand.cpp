@@ -10,6 +10,7 @@
 #include <optional>
 
 #include "Command.h"
+#include "PlayValues.h"
 #include "Control/Helper.h"
 #include "Managers/DataManager.h"
 #include "Managers/FileManager.h"
@@ -145,22 +146,15 @@ const RegisterCommand registration(30, [](CLI::App& app, GlobalOptions& options)
     CLI::Option* script =
         command->add_option("--script", request.script, "The script whose play settings to store (its file name)")
             ->type_name("TITLE");
-    command->add_option("--repeat", request.repeat, "Times to play; 0 plays until stopped")
-        ->check(CLI::NonNegativeNumber)
+    command->add_option("--repeat", request.repeat, "Times to play, 0 or more; 0 plays until stopped")
+        ->check(repeatTimeCheck("--repeat"))
         ->needs(script);
-    command->add_option("--interval", request.interval, "Seconds between two passes")
-        ->check(CLI::NonNegativeNumber)
+    command->add_option("--interval", request.interval, "Whole seconds between two passes, 0 to 1000000")
+        ->check(repeatIntervalCheck("--interval"))
         ->needs(script);
-    command->add_option("--speed", request.speed, "Play speed; 1.0 is as recorded (stored with one decimal)")
-        ->check(CLI::Validator(
-            [](std::string& text) {
-                char* end = nullptr;
-                double value = std::strtod(text.c_str(), &end);
-                return end != text.c_str() && *end == '\0' && value > 0 && value < 1000
-                           ? std::string()
-                           : "the speed must be a number above 0 (and below 1000), got " + text;
-            },
-            "SPEED"))
+    command->add_option("--speed", request.speed,
+                        "Play speed from 0.1 to 1.9; 1.0 is as recorded (stored with one decimal)")
+        ->check(playSpeedCheck("--speed"))
         ->needs(script);
     command->add_option("--play-directly", request.playDirectly, "Play at once when picked, without asking")
         ->check(CLI::IsMember({"on", "off"}))

@@ -203,18 +203,22 @@ void simulate(GlobalOptions& options, const SimOptions& sim) {
             if (!ending) loop.post([&] { host::playScriptOnce(sim.run); });
         });
     }
-    std::thread([&loop, &stopSignals] {
+    std::atomic<bool> interrupted{false};
+    std::thread([&loop, &stopSignals, &interrupted] {
         int signal = 0;
         sigwait(&stopSignals, &signal);
+        interrupted = true;
         loop.quit();
     }).detach();
 
     loop.run();
     ending = true;
     if (starter.joinable()) starter.join();
-    if (Global::sharedInstance().isPlaying()) {
+    // A run in progress is stopped, which ends it at once, and its finishing step is waited for:
+    // until then the run's thread still uses the device torn down below.
+    if (Global::sharedInstance().luaBridge()) {
         ScriptManager::stopPlaying();
-        loop.runUntil([] { return !Global::sharedInstance().isPlaying(); }, std::chrono::seconds(5));
+        loop.runUntil([] { return !Global::sharedInstance().luaBridge(); }, std::chrono::seconds(5));
     }
     ScriptManager::setFinishedObserver(nullptr);
     ScriptManager::setFailureObserver(nullptr);
@@ -224,7 +228,8 @@ void simulate(GlobalOptions& options, const SimOptions& sim) {
 
     if (sim.headless) {
         std::cout << "screen: " << scene.currentScreen() << "\ntrace: " << trace << std::endl;
-        if (!runEnded || runFailed) options.exitCode = 1;
+        // Interrupted, the run did not end by itself, even though it finished.
+        if (!runEnded || runFailed || interrupted) options.exitCode = 1;
         if (runFailed) std::fprintf(stderr, "tactora sim: the script ended in an error (see above and the log)\n");
         if (!sim.expectScreen.empty() && scene.currentScreen() != sim.expectScreen) {
             std::fprintf(stderr, "tactora sim: the run ended on screen \"%s\", not \"%s\"\n",

@@ -43,18 +43,23 @@ void tellPass(std::uint64_t pass) {
     if (observer) observer(pass);
 }
 
-// Blocks for `seconds`, in pieces the platform's sleep can take; nothing for 0 or less.
+// True once the run was asked to stop; the pauses of the runner end early then.
+bool stopAsked() { return !Global::sharedInstance().isPlaying(); }
+
+// Blocks for `seconds`, in pieces the platform's sleep can take; nothing for 0 or less. A stop
+// ends the wait at once.
 void sleepSeconds(double seconds) {
     constexpr double longestPiece = 4000.0;  // below the 32-bit microsecond limit of the clock
     while (seconds > 0) {
         double piece = seconds < longestPiece ? seconds : longestPiece;
-        platform().clock->sleepMicroseconds(static_cast<std::uint32_t>(piece * 1e6));
+        if (!platform().clock->sleepMicrosecondsUnless(static_cast<std::uint32_t>(piece * 1e6), stopAsked)) return;
         seconds -= piece;
     }
 }
 
-// Lets the script settle before the first pass and the receiver after the last one.
-void settle() { platform().clock->sleepMicroseconds(500000); }
+// Lets the script settle before the first pass and the receiver after the last one. After a stop
+// there is nothing to settle: the last pass already flushed its touches and waited for them.
+void settle() { platform().clock->sleepMicrosecondsUnless(500000, stopAsked); }
 
 long currentRepeatTime() {
     auto settings = Global::sharedInstance().currentPlaySettings();

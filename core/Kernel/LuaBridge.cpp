@@ -2,10 +2,13 @@
 //   - the global table of script functions (registerFunctions),
 //   - preparing a fresh state (package.path, Extensions.lua),
 //   - running a chunk and reporting its error by the user's options,
-//   - interrupting a running chunk from another thread (the stop word and its hook).
+//   - interrupting a running chunk from another thread (the stop word, its hook and the wakeup of
+//     the pauses that watch it).
 #include "Kernel/LuaBridge.h"
 
+#include <algorithm>
 #include <atomic>
+#include <chrono>
 #include <string>
 
 extern "C" {
@@ -16,6 +19,7 @@ extern "C" {
 
 #include "Control/Helper.h"
 #include "Kernel/ScriptFunctions.h"
+#include "Platform/Clock.h"
 #include "Platform/Paths.h"
 #include "Platform/Platform.h"
 
@@ -32,13 +36,58 @@ std::atomic<int> stop{0};
 constexpr const char* packagePathChunk =
     "package.path = package.path .. \";\" .. rootPathOfDocuments() .. \"?.lua\"";
 
-// Runs on every call, return and VM instruction while a chunk runs.
+// How a stop reaches a script that runs Lua code without pause.
+//
+// Lua's own interpreter answers Ctrl-C by setting a hook from the signal handler. Here the stop
+// comes from another thread, and lua_sethook writes several fields of the state that the running
+// VM reads without synchronisation: a data race, which C++ does not allow. So the hook is set
+// only from the script's own thread, and the VM is never touched from outside:
+//   - while a chunk runs, a count hook looks at the stop word (a relaxed atomic) about once a
+//     millisecond: after each look it sets the count of VM instructions until the next one from
+//     how long the last ones took (at most twice the last count, at most
+//     `mostInstructionsBetweenLooks`, at least 1). A tight loop looks every 4096 instructions,
+//     which costs it about 5 % (the VM counts down on every instruction; the hook call itself is
+//     rare), where a hook on every instruction, call and return cost 2.6 times its speed;
+//   - every script function looks at the word when it returns (stoppable), as the hook on every
+//     return did: a loop of touches or screen reads ends at the first return after the stop;
+//   - a chunk that starts already stopped gets the hook on every instruction, call and return,
+//     so that it ends before it does anything;
+//   - the pauses and other waits that scripts call watch the word themselves and raise the stop
+//     the moment it is asked (interruptedError).
+// A stop therefore takes effect within about a millisecond of Lua code, at the return of a script
+// function, or at the end of a longer instruction or library call in progress. Only a loop that
+// turns from quick instructions to slow library calls (megabytes of string work, say) can run up
+// to 4096 instructions before its next look.
+constexpr int mostInstructionsBetweenLooks = 4096;
+constexpr int firstInstructionsBetweenLooks = 16;
+constexpr std::chrono::microseconds lookEvery{1000};
+constexpr int everyStep = LUA_MASKCALL | LUA_MASKRET | LUA_MASKCOUNT;
+
+// When the script's thread last looked; hooks only ever run on that thread.
+thread_local std::chrono::steady_clock::time_point lastLook;
+
 void lstop(lua_State* L, lua_Debug*) {
-    if (stop.load(std::memory_order_relaxed) == 1) {
-        // Without the hook a script that catches the error goes on unchecked until the next run.
-        lua_sethook(L, nullptr, 0, 0);
-        luaL_error(L, "interrupted");
-    }
+    if (stop.load(std::memory_order_relaxed) == 1) interruptedError(L);
+    if (lua_gethookmask(L) != LUA_MASKCOUNT) return;
+    const auto now = std::chrono::steady_clock::now();
+    const double took = std::chrono::duration<double>(now - lastLook).count();
+    lastLook = now;
+    const int count = lua_gethookcount(L);
+    // Scaled so that the next look comes about `lookEvery` from now at the pace of the last ones.
+    const double wanted = took > 0 ? count * (std::chrono::duration<double>(lookEvery).count() / took)
+                                   : double(mostInstructionsBetweenLooks);
+    const double most = std::min(2.0 * count, double(mostInstructionsBetweenLooks));
+    const int next = wanted >= most ? static_cast<int>(most) : wanted <= 1 ? 1 : static_cast<int>(wanted);
+    if (next != count) lua_sethook(L, lstop, LUA_MASKCOUNT, next);
+}
+
+// A script function that ends the script when a stop came while it ran, as the stop hook on every
+// return did.
+template <lua_CFunction function>
+int stoppable(lua_State* L) {
+    const int results = function(L);
+    if (stopRequested()) return interruptedError(L);
+    return results;
 }
 
 // The text of the error value on the stack top. A script may raise a table or nil; it is still
@@ -95,30 +144,30 @@ void registerFunctions(lua_State* L) {
     };
     // Later Lua code, Extensions.lua included, may replace any of these.
     static constexpr Entry globals[] = {
-        {"homeButtonDown", homeButtonDownProxy},
-        {"homeButtonUp", homeButtonUpProxy},
-        {"touchDown", touchDownProxy},
-        {"touchMove", touchMoveProxy},
-        {"touchUp", touchUpProxy},
-        {"rootPathOfDocuments", rootDirProxy},
-        {"rootDir", rootDirProxy},
-        {"logging", logProxy},
-        {"log", logProxy},
-        {"usleep", usleepProxy},
-        {"alert", alertProxy},
-        {"vibrate", vibrateProxy},
-        {"playAudio", playAudioProxy},
-        {"screenshot", screenshotProxy},
-        {"screenshotRegion", screenshotRegionProxy},
-        {"getScreenSize", getScreenSizeProxy},
-        {"getScreenResolution", getScreenResolutionProxy},
-        {"getScreenBitDepth", getScreenBitDepthProxy},
-        {"getColor", getColorProxy},
-        {"findColor", findColorProxy},
-        {"findImage", findImageProxy},
-        {"appRun", appRunProxy},
-        {"appKill", appKillProxy},
-        {"appIsActive", appIsActiveProxy},
+        {"homeButtonDown", stoppable<homeButtonDownProxy>},
+        {"homeButtonUp", stoppable<homeButtonUpProxy>},
+        {"touchDown", stoppable<touchDownProxy>},
+        {"touchMove", stoppable<touchMoveProxy>},
+        {"touchUp", stoppable<touchUpProxy>},
+        {"rootPathOfDocuments", stoppable<rootDirProxy>},
+        {"rootDir", stoppable<rootDirProxy>},
+        {"logging", stoppable<logProxy>},
+        {"log", stoppable<logProxy>},
+        {"usleep", stoppable<usleepProxy>},
+        {"alert", stoppable<alertProxy>},
+        {"vibrate", stoppable<vibrateProxy>},
+        {"playAudio", stoppable<playAudioProxy>},
+        {"screenshot", stoppable<screenshotProxy>},
+        {"screenshotRegion", stoppable<screenshotRegionProxy>},
+        {"getScreenSize", stoppable<getScreenSizeProxy>},
+        {"getScreenResolution", stoppable<getScreenResolutionProxy>},
+        {"getScreenBitDepth", stoppable<getScreenBitDepthProxy>},
+        {"getColor", stoppable<getColorProxy>},
+        {"findColor", stoppable<findColorProxy>},
+        {"findImage", stoppable<findImageProxy>},
+        {"appRun", stoppable<appRunProxy>},
+        {"appKill", stoppable<appKillProxy>},
+        {"appIsActive", stoppable<appIsActiveProxy>},
     };
     for (const Entry& global : globals) {
         lua_pushcclosure(L, global.function, 0);
@@ -164,9 +213,17 @@ void LuaBridge::stopLuaRunning() {
     // run sees either the cleared flag or this word.
     std::atomic_thread_fence(std::memory_order_seq_cst);
     stop.store(1, std::memory_order_relaxed);
+    // A script in a pause is woken to see the word at once.
+    platform().clock->wakeSleepers();
 }
 
 bool stopRequested() { return stop.load(std::memory_order_relaxed) == 1; }
+
+int interruptedError(lua_State* L) {
+    // Without the hook a script that catches the error goes on unchecked until the next run.
+    lua_sethook(L, nullptr, 0, 0);
+    return luaL_error(L, "interrupted");
+}
 
 void LuaBridge::run(const std::function<int(lua_State*)>& load) {
     stop.store(0, std::memory_order_relaxed);
@@ -179,7 +236,12 @@ void LuaBridge::run(const std::function<int(lua_State*)>& load) {
         return;
     }
     int base = lua_gettop(L);
-    lua_sethook(L, lstop, LUA_MASKCALL | LUA_MASKRET | LUA_MASKCOUNT, 1);
+    if (stopRequested()) {
+        lua_sethook(L, lstop, everyStep, 1);
+    } else {
+        lastLook = std::chrono::steady_clock::now();
+        lua_sethook(L, lstop, LUA_MASKCOUNT, firstInstructionsBetweenLooks);
+    }
     int status = load(L);
     if (status == LUA_OK) status = lua_pcallk(L, 0, LUA_MULTRET, 0, 0, nullptr);
     if (status != LUA_OK) {

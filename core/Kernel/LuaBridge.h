@@ -46,6 +46,10 @@ private:
 // early; any thread may ask.
 bool stopRequested();
 
+// Ends the running chunk as a stop does: removes the stop hook and raises "interrupted", which is
+// never reported as an error. For script functions that wait and see stopRequested().
+int interruptedError(lua_State* L);
+
 // Registers the 24 script functions as globals, in their fixed order.
 void registerFunctions(lua_State* L);
 

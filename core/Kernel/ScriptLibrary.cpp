@@ -13,6 +13,7 @@
 #include <string>
 
 #include "Kernel/EventSimulate.h"
+#include "Kernel/LuaBridge.h"
 #include "Kernel/ScriptFunctions.h"
 #include "Models/Global.h"
 #include "Platform/Alerts.h"
@@ -101,7 +102,8 @@ void customUsleep(unsigned us) {
     } else {
         microseconds = static_cast<std::uint32_t>(delay);
     }
-    platform().clock->sleepMicroseconds(microseconds);
+    // A stop wakes the pause at once, however long it was to last; the caller raises it.
+    platform().clock->sleepMicrosecondsUnless(microseconds, stopRequested);
 }
 
 void alert(const char* text) {

@@ -3,6 +3,7 @@
 #include <cstdint>
 
 #include "Kernel/EventSimulate.h"
+#include "Kernel/LuaBridge.h"
 #include "Kernel/LuaProxy.h"
 #include "Kernel/ScriptFunctions.h"
 
@@ -51,6 +52,7 @@ int usleepProxy(lua_State* L) {
     // Touches written before a pause take effect before it, even for a pause of 0.
     EventSimulate::syncEvent();
     customUsleep(microseconds);
+    if (stopRequested()) return interruptedError(L);
     return 0;
 }
 
