@@ -140,8 +140,11 @@ kern_return_t IOObjectRelease(io_object_t object);
 // --- GraphicsServices (iOS 2 and later; in the stubs of the iOS 13.7 to 16.5 SDKs) ---------
 
 // The main screen's pixels per point, as the system's device facts give it. Unlike UIScreen it
-// needs no UIKit application, so it answers in backboardd too.
-CGFloat GSMainScreenScaleFactor(void);
+// needs no UIKit application, so it answers in backboardd too. It returns a 32-bit float on arm64
+// and arm64e as on armv7 (GraphicsServices keeps the scale as a float and returns it in s0, on
+// iOS 13 to 16 alike): declared as CGFloat (a double on 64-bit) the caller would read d0, whose
+// upper half is zero after a write to s0, and see 2.0f as a denormal near 0 instead of 2.
+float GSMainScreenScaleFactor(void);
 
 // --- QuartzCore render server (iOS 7 and later) -----------------------------------------------
 
