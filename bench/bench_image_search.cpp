@@ -4,13 +4,25 @@
 // miss (a flat patch of the background colour with one differing pixel; on noise, a cut-out
 // with one pixel changed).
 //
+// FindImage/.../fast/screen is the production search on the whole screen; its time against
+// FindImage/.../opencv/screen (OpenCV's matchTemplate, same screen and template; its time does not
+// depend on the fuzziness) is the figure to keep below 1. FindImage/.../direct/screen is the
+// position-by-position comparison alone, which the search by counting replaces where it is dearer.
+// BM_StopInFuzzySearch: time from a stop to the end of a whole-screen fuzzy 0.5 search with a
+// 128 x 128 template, with its 99th percentile.
+//
 // The plain reference is slow enough that it runs on a strip of the screen (1170 x 400 rows,
 // which holds two list cells); the production search runs on the same strip for the ratio and on
 // the whole screen for its absolute time. Compare items_per_second (positions searched).
 #include <benchmark/benchmark.h>
 
+#include <algorithm>
+#include <chrono>
 #include <cstring>
+#include <filesystem>
+#include <fstream>
 #include <map>
+#include <thread>
 #include <random>
 #include <string>
 #include <vector>
@@ -18,7 +30,12 @@
 #include "../tests/ImageSearchReference.h"
 #include "Kernel/CaptureScreen.h"
 #include "Kernel/ImageSearch.h"
+#include "Kernel/ImageSearchCounting.h"
+#include "Kernel/LuaBridge.h"
 #include "Kernel/SearchKernels.h"
+#include "Platform/Clock.h"
+#include "Platform/Platform.h"
+#include "host/HostPaths.h"
 
 #ifdef TACTORA_BENCH_OPENCV
 #include <opencv2/imgproc.hpp>
@@ -151,6 +168,20 @@ void registerSearches() {
                         state.counters["found"] = static_cast<double>(found);
                         positions(state, s.screen, s.templates[key]);
                     })->Unit(benchmark::kMillisecond);
+                    if (fuzzy != 1.0f)
+                        benchmark::RegisterBenchmark(("FindImage/" + name + "/direct/screen").c_str(), [=](benchmark::State& state) {
+                            Scenario& s = scenario(noise);
+                            PixelBuffer screen = s.screen.view(), templ = s.templates[key].view();
+                            useCounting(CountingChoice::never);
+                            std::int64_t found = 0;
+                            for (auto _ : state) {
+                                MatchListPtr list(findImage(&screen, &templ, 0, noIgnore, fuzzy));
+                                found = list ? list->count : -1;
+                            }
+                            useCounting(CountingChoice::byCost);
+                            state.counters["found"] = static_cast<double>(found);
+                            positions(state, s.screen, s.templates[key]);
+                        })->Unit(benchmark::kMillisecond)->Iterations(1);
                     benchmark::RegisterBenchmark(("FindImage/" + name + "/fast/strip").c_str(), [=](benchmark::State& state) {
                         Scenario& s = scenario(noise);
                         PixelBuffer screen = s.strip.view(), templ = s.templates[key].view();
@@ -189,6 +220,78 @@ void registerSearches() {
 #endif
                 }
 }
+
+// --- a stop inside a search ---------------------------------------------------------------------
+
+// Pauses are skipped.
+class NoPauses final : public Clock {
+public:
+    void sleepMicroseconds(std::uint32_t) override {}
+};
+
+// A bridge that runs empty chunks (each one forgets the previous stop) in an empty device tree.
+struct StopDevice {
+    StopDevice() : root(std::filesystem::temp_directory_path() / "tactora-bench-stop"), paths(root.string()) {
+        std::filesystem::create_directories(root / "Applications/Tactora.app");
+        std::ofstream(root / "Applications/Tactora.app/Extensions.lua") << "";
+        platform().paths = &paths;
+        platform().clock = &clock;
+    }
+    ~StopDevice() {
+        std::error_code ignored;
+        std::filesystem::remove_all(root, ignored);
+    }
+    ScopedPlatform scope;
+    std::filesystem::path root;
+    host::HostPaths paths;
+    NoPauses clock;
+};
+
+// Arg 0: the search as it chooses; 1: position by position. The stop lands at a random moment
+// in the first half of the search (at most 200 ms in); the time is from the stop to the search's
+// return. Stops that land after the search ended (it was quicker this time) are not counted.
+void BM_StopInFuzzySearch(benchmark::State& state) {
+    using Steady = std::chrono::steady_clock;
+    const bool direct = state.range(0) == 1;
+    Scenario& s = scenario(false);
+    PixelBuffer screen = s.screen.view(), templ = s.templates["absent128"].view();
+    StopDevice device;
+    LuaBridge bridge;
+    useCounting(direct ? CountingChoice::never : CountingChoice::byCost);
+    // How long the search takes without a stop: stops land inside it.
+    bridge.runLuaString("");
+    auto start = Steady::now();
+    MatchListPtr(findImage(&screen, &templ, 0, noIgnore, 0.5f));
+    const auto whole = Steady::now() - start;
+    const auto window = std::min<Steady::duration>(whole / 2, std::chrono::milliseconds(200));
+    std::mt19937 rng(5);
+    std::vector<double> latencies;
+    for (auto _ : state) {
+        bridge.runLuaString("");
+        const auto delay = Steady::duration(static_cast<Steady::rep>(rng() % static_cast<std::uint64_t>(window.count())));
+        Steady::time_point stoppedAt{};
+        std::thread stopper([&] {
+            std::this_thread::sleep_for(delay);
+            stoppedAt = Steady::now();
+            bridge.stopLuaRunning();
+        });
+        MatchListPtr list(findImage(&screen, &templ, 0, noIgnore, 0.5f));
+        const auto returned = Steady::now();
+        stopper.join();
+        const double latency = std::chrono::duration<double>(returned - stoppedAt).count();
+        if (latency >= 0) latencies.push_back(latency);
+        state.SetIterationTime(std::max(0.0, latency));
+    }
+    useCounting(CountingChoice::byCost);
+    bridge.runLuaString("");
+    std::sort(latencies.begin(), latencies.end());
+    state.counters["landed"] = static_cast<double>(latencies.size());
+    if (latencies.empty()) return;
+    state.counters["search_ms"] = std::chrono::duration<double, std::milli>(whole).count();
+    state.counters["p50_ms"] = latencies[latencies.size() / 2] * 1000;
+    state.counters["p99_ms"] = latencies[std::min(latencies.size() - 1, latencies.size() * 99 / 100)] * 1000;
+}
+BENCHMARK(BM_StopInFuzzySearch)->Arg(0)->Arg(1)->UseManualTime()->Iterations(100)->Unit(benchmark::kMillisecond);
 
 // --- whole-frame passes against a plain copy of the frame ----------------------------------------
 

@@ -1,6 +1,7 @@
 // Sends the simulator's JSON API requests with arbitrary bodies, as the page (or anything else
 // that passed the origin check) could, to a simulator wired to the real controller: the control
-// API, the panels, the alerts, the recorder and the runner. Input: requests separated by NUL
+// API, the panels, the alerts, the recorder, the runner and the authoring tools (screenshots,
+// picking, templates, searches, the script editor). Input: requests separated by NUL
 // bytes, each "<route>\n<body>" with the route after /api/. Every answer must be a JSON object
 // with a client status (200, 400, 404 or 409; never 500 or a hang), an error message with every
 // refusal, and the controller must stay whole: its state still reads, and after the input is

@@ -89,7 +89,7 @@ common=(-fsyntax-only -isysroot "$TACTORA_IOS_SDK" -nostdinc++ -isystem "$libcxx
 ptrauth_log="$out/arm64e-check.log"
 : >"$ptrauth_log"
 checked=0
-for file in platform/ios/*.mm "$out/cmake/rootful/PackageRoot.mm" $(find core -name '*.cpp' | sort); do
+for file in $(find platform/ios -name "*.mm" | sort) "$out/cmake/rootful/PackageRoot.mm" $(find core -name '*.cpp' | sort); do
   case $file in *.mm) language=(-x objective-c++ -fobjc-arc) ;; *) language=(-x c++) ;; esac
   clang-19 "${ptrauth_flags[@]}" "${common[@]}" "${language[@]}" "$file" >>"$ptrauth_log" 2>&1 ||
     { cat "$ptrauth_log" >&2; fail "$file does not compile cleanly for arm64e"; }
@@ -142,11 +142,32 @@ check_dylib() {
   return 0
 }
 for layout in rootful rootless; do check_dylib "$out/cmake/$layout/Tactora.dylib" "$layout"; done
+# The self-test command: an iOS executable, signed, every import bound, loading nothing but the
+# system and RocketBootstrap (where its layout keeps it).
+check_doctor() {
+  local tool=$1 layout=$2 headers libraries other unbound
+  headers=$("$objdump" --macho --private-headers "$tool")
+  [[ $("$objdump" --macho --private-header "$tool") == *EXECUTE* ]] || fail "$tool is not an executable"
+  grep -qE "^ +platform ios$" <<<"$headers" || fail "$tool is not built for iOS"
+  grep -q "cmd LC_CODE_SIGNATURE" <<<"$headers" || fail "$tool is not signed"
+  libraries=$(awk '/cmd LC_LOAD_DYLIB|cmd LC_LOAD_WEAK_DYLIB/ {getline; getline; print $2}' <<<"$headers")
+  local rocket=/usr/lib/librocketbootstrap.dylib
+  [ "$layout" = rootless ] && rocket=@rpath/librocketbootstrap.dylib
+  grep -qxF "$rocket" <<<"$libraries" || fail "$tool does not load $rocket"
+  other=$(grep -vxF "$rocket" <<<"$libraries" | grep -vE '^(/System/Library/(Frameworks|PrivateFrameworks)/|/usr/lib/)' || true)
+  [ -z "$other" ] || fail "$tool loads unexpected libraries: $other"
+  unbound=$("$nm" -m "$tool" | grep "(undefined)" | grep -v "(from " || true)
+  [ -z "$unbound" ] || fail "$tool has symbols bound to no library: $unbound"
+}
+for layout in rootful rootless; do check_doctor "$out/cmake/$layout/tactora-doctor" "$layout"; done
 
 # With Apple's arm64e toolchain, a second build makes the arm64e slice (its ABI begins with iOS 14),
 # checked as the arm64 one is, and each layout's dylib becomes fat.
 mkdir -p "$out/dylibs"
-for layout in rootful rootless; do cp "$out/cmake/$layout/Tactora.dylib" "$out/dylibs/Tactora-$layout.dylib"; done
+for layout in rootful rootless; do
+  cp "$out/cmake/$layout/Tactora.dylib" "$out/dylibs/Tactora-$layout.dylib"
+  cp "$out/cmake/$layout/tactora-doctor" "$out/dylibs/tactora-doctor-$layout"
+done
 if [ -n "$arm64e" ]; then
   export TACTORA_IOS_ARM64E_CC TACTORA_IOS_ARM64E_LD
   TACTORA_IOS_ARCHS=arm64e TACTORA_IOS_MIN=14.0 \
@@ -166,6 +187,9 @@ if [ -n "$arm64e" ]; then
     "$lipo" -create "$out/cmake/$layout/Tactora.dylib" "$slice" -output "$out/dylibs/Tactora-$layout.dylib"
     [ "$("$lipo" -archs "$out/dylibs/Tactora-$layout.dylib")" = "arm64 arm64e" ] ||
       fail "the $layout dylib is not fat arm64 + arm64e"
+    check_doctor "$out/cmake-arm64e/$layout/tactora-doctor" "$layout"
+    "$lipo" -create "$out/cmake/$layout/tactora-doctor" "$out/cmake-arm64e/$layout/tactora-doctor" \
+      -output "$out/dylibs/tactora-doctor-$layout"
   done
   echo "build-ios: dylibs are fat: arm64 + arm64e"
 else
@@ -191,6 +215,7 @@ for layout in rootful rootless; do
   }
   stage_file "$out/dylibs/Tactora-$layout.dylib" 0755 /Library/MobileSubstrate/DynamicLibraries/Tactora.dylib
   stage_file platform/ios/Tactora.plist 0644 /Library/MobileSubstrate/DynamicLibraries/Tactora.plist
+  stage_file "$out/dylibs/tactora-doctor-$layout" 0755 /usr/bin/tactora-doctor
   # Every new interpreter runs it first; a user's edits to it survive upgrades (a conffile).
   stage_file resources/Extensions.lua 0644 /Applications/Tactora.app/Extensions.lua
   echo "$prefix/Applications/Tactora.app/Extensions.lua" >"$stage/DEBIAN/conffiles"
@@ -199,7 +224,8 @@ for layout in rootful rootless; do
   deb="$packages/com.tactora.tactora_${version}_${arch}.deb"
   dpkg-deb --root-owner-group -Zgzip -b "$stage" "$deb" >/dev/null
 
-  # The package holds exactly the staged files, its filter names both processes by bundle and by
+  # The package holds exactly the staged files (the dylib, its filter, Extensions.lua and the
+  # self-test command), its filter names both processes by bundle and by
   # executable, Extensions.lua is a conffile, and its control file parses.
   expected=$(printf '.%s\n' "${staged[@]}" | sort)
   actual=$(dpkg-deb --contents "$deb" | awk '$1 !~ /^d/ {print $6}' | sort)

@@ -7,6 +7,7 @@ packages=(
   build-essential cmake ninja-build ccache pkg-config clang lld libclang-rt-14-dev
   liblua5.2-dev lua5.2 libsqlite3-dev sqlite3 libssl-dev libpng-dev
   libgtest-dev libgmock-dev libbenchmark-dev libcli11-dev nlohmann-json3-dev libcpp-httplib-dev
+  libopencv-imgproc-dev  # bench_image_search times OpenCV's template matching beside the search
   nodejs npm chromium time python3
 )
 

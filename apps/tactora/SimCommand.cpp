@@ -47,27 +47,6 @@ struct SimOptions {
     std::string trace;  // empty: ROOT/hid-trace.jsonl
 };
 
-// Plays `script` (a title in the scripts directory or a path) once, at normal speed, as a chosen
-// script with "play now" would (main loop).
-bool playOnce(const std::string& script) {
-    fs::path path = script;
-    if (path.is_relative() && !fs::exists(path))
-        path = fs::path(platform().paths->map(devicepaths::scriptsDirectory)) / script;
-    auto settings = std::make_shared<PlaySettings>();
-    settings->setScriptTitle(path.filename().string());
-    settings->setScriptPath(path.string());
-    settings->setRepeatTime(1);
-    settings->setRepeatInterval(0);
-    settings->setPlaySpeed(1.0f);
-    settings->setPlayType(0);
-    settings->setPlayNowOrLater(0);
-    Global& global = Global::sharedInstance();
-    if (global.isPlaying() || global.isRecording()) return false;
-    global.setCurrentPlaySettings(settings);
-    ScriptManager::runScript();
-    return true;
-}
-
 void simulate(GlobalOptions& options, const SimOptions& sim) {
     sigset_t stopSignals;
     sigemptyset(&stopSignals);
@@ -97,7 +76,6 @@ void simulate(GlobalOptions& options, const SimOptions& sim) {
     host::HostPlatform platformHost(options.host);
     host::MainLoop& loop = platformHost.mainLoop();
     const host::DeviceProfile profile = platformHost.display().profile();
-    platformHost.display().setFrameSource(host::sceneFrames(scene));
     const std::string root = platformHost.root();
     const std::string trace = sim.trace.empty() ? (fs::path(root) / "hid-trace.jsonl").string() : sim.trace;
 
@@ -122,6 +100,7 @@ void simulate(GlobalOptions& options, const SimOptions& sim) {
     host::SimServer server({sim.host, sim.port});
     host::Simulator simulator(loop, scene, profile, server, controller,
                               {trace, platform().paths->map(devicepaths::logFile)});
+    platformHost.display().setFrameSource(simulator.frames());
     if (!sim.headless) {
         if (!server.start(error)) {
             std::fprintf(stderr, "tactora sim: %s (choose another with --port)\n", error.c_str());
@@ -149,7 +128,7 @@ void simulate(GlobalOptions& options, const SimOptions& sim) {
         }
         simulator.startWatching();
         if (sim.headless) {
-            if (sim.run.empty() || !playOnce(sim.run)) {
+            if (sim.run.empty() || !host::playScriptOnce(sim.run)) {
                 std::fprintf(stderr, "tactora sim: --headless needs a script to --run\n");
                 options.exitCode = 1;
                 loop.quit();
@@ -164,7 +143,7 @@ void simulate(GlobalOptions& options, const SimOptions& sim) {
         starter = std::thread([&] {
             while (!ending && server.streamCount() == 0) std::this_thread::sleep_for(std::chrono::milliseconds(100));
             for (int i = 0; i < 15 && !ending; ++i) std::this_thread::sleep_for(std::chrono::milliseconds(100));
-            if (!ending) loop.post([&] { playOnce(sim.run); });
+            if (!ending) loop.post([&] { host::playScriptOnce(sim.run); });
         });
     }
     std::thread([&loop, &stopSignals] {

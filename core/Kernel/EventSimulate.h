@@ -10,6 +10,9 @@ enum SimulateMessage : std::int32_t {
     SimulateMessageSync = 1,   // no data: dispatch every pending finger now
     SimulateMessageTouch = 2,  // 24 bytes: phase, finger, x, y
     SimulateMessageKey = 3,    // 12 bytes: usage, usage page, down
+    // No data: the only message with a reply, the receiver's status as "key=value" lines
+    // ("hook=1", "slice=arm64e"); the self-test asks it. Senders of touches never send it.
+    SimulateMessageStatus = 5,
 };
 enum TouchPhase : std::int32_t { touchPhaseMove = 0, touchPhaseDown = 1, touchPhaseUp = 2 };
 

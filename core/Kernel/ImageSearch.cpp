@@ -6,9 +6,12 @@
 #include <cstring>
 #include <fstream>
 #include <iterator>
+#include <string_view>
 #include <vector>
 
 #include "Kernel/CaptureScreen.h"
+#include "Kernel/ImageSearchCounting.h"
+#include "Kernel/LuaBridge.h"
 #include "Kernel/ScreenFunctions.h"
 #include "Kernel/SearchKernels.h"
 #include "Platform/ImageCodec.h"
@@ -270,7 +273,7 @@ bool forEachMarked(const std::vector<std::uint64_t>& bits, std::int64_t cols, Vi
     return true;
 }
 
-enum class Outcome { done, outOfMemory };
+enum class Outcome { done, outOfMemory, stopped };
 
 // Exact search without an ignore list: only positions where both anchors agree are compared.
 Outcome searchByAnchors(const PixelBuffer* screen, const PreparedTemplate& templ, std::int64_t rows,
@@ -280,6 +283,7 @@ Outcome searchByAnchors(const PixelBuffer* screen, const PreparedTemplate& templ
     std::vector<std::uint64_t> candidates(bitWords(static_cast<std::uint32_t>(cols)));
     bool memory = true;
     for (std::int64_t y = 0; y < rows; ++y) {
+        if (stopRequested()) return Outcome::stopped;
         const std::uint8_t* row = screen->data + static_cast<std::uint64_t>(y) * screen->bytesPerRow;
         if (!k.pairHits(row + a.y * screen->bytesPerRow + a.x * 4, row + b.y * screen->bytesPerRow + b.x * 4, a.color,
                         b.color, static_cast<std::uint32_t>(cols), candidates.data()))
@@ -297,48 +301,124 @@ Outcome searchByAnchors(const PixelBuffer* screen, const PreparedTemplate& templ
     return memory ? Outcome::done : Outcome::outOfMemory;
 }
 
-// Every position, each with its own budget of `budget` differing pixels that are not ignored.
-Outcome searchEveryPosition(const PixelBuffer* screen, const PreparedTemplate& templ, std::int64_t rows,
-                            std::int64_t cols, std::int64_t budget, bool ignoring, Collector& found) {
-    const SearchKernels& k = searchKernels();
-    std::vector<std::uint64_t> differing(bitWords(templ.width));
-    // A pixel that differs counts unless the screen's colour is ignored (the template's ignored
-    // colours are already out of `care`).
-    auto withinBudget = [&](const std::uint8_t* at) {
-        if (!ignoring) return k.withinBudget(at, screen->bytesPerRow, templ.pixels.data(), templ.width, templ.height, budget);
-        std::int64_t left = budget;
-        for (std::uint32_t ty = 0; ty < templ.height; ++ty, at += screen->bytesPerRow) {
-            const std::size_t offset = static_cast<std::size_t>(ty) * templ.width;
-            if (!k.rowMismatchBits(at, templ.pixels.data() + offset, templ.care.data() + offset, templ.width,
-                                   differing.data()))
+// Does the template match at `at` (its top-left pixel on the screen)? At most `budget` pixels
+// may differ without an ignored colour on either side.
+class PositionCheck {
+public:
+    PositionCheck(const PixelBuffer* screen, const PreparedTemplate& templ, std::int64_t budget, bool ignoring)
+        : k_(searchKernels()), screen_(screen), templ_(templ), budget_(budget), ignoring_(ignoring),
+          differing_(bitWords(templ.width)) {}
+    bool operator()(const std::uint8_t* at) {
+        if (!ignoring_)
+            return k_.withinBudget(at, screen_->bytesPerRow, templ_.pixels.data(), templ_.width, templ_.height, budget_);
+        // A pixel that differs counts unless the screen's colour is ignored (the template's ignored
+        // colours are already out of `care`).
+        std::int64_t left = budget_;
+        for (std::uint32_t ty = 0; ty < templ_.height; ++ty, at += screen_->bytesPerRow) {
+            const std::size_t offset = static_cast<std::size_t>(ty) * templ_.width;
+            if (!k_.rowMismatchBits(at, templ_.pixels.data() + offset, templ_.care.data() + offset, templ_.width,
+                                    differing_.data()))
                 continue;
-            const bool within = forEachMarked(differing, templ.width, [&](std::int64_t tx) {
+            const bool within = forEachMarked(differing_, templ_.width, [&](std::int64_t tx) {
                 if (is_ignore_color(get_rgb_at(at + tx * 4))) return true;
                 return --left >= 0;
             });
             if (!within) return false;
         }
         return true;
-    };
+    }
+
+private:
+    const SearchKernels& k_;
+    const PixelBuffer* screen_;
+    const PreparedTemplate& templ_;
+    std::int64_t budget_;
+    bool ignoring_;
+    std::vector<std::uint64_t> differing_;
+};
+
+// Every position, each with its own budget of `budget` differing pixels that are not ignored.
+Outcome searchEveryPosition(const PixelBuffer* screen, const PreparedTemplate& templ, std::int64_t rows,
+                            std::int64_t cols, std::int64_t budget, bool ignoring, Collector& found) {
+    PositionCheck matches(screen, templ, budget, ignoring);
     for (std::int64_t y = 0; y < rows; ++y) {
+        if (stopRequested()) return Outcome::stopped;
         const std::uint8_t* row = screen->data + static_cast<std::uint64_t>(y) * screen->bytesPerRow;
         for (std::int64_t x = 0; x < cols; ++x) {
-            if (withinBudget(row + static_cast<std::uint64_t>(x) * 4) && !found.add(x, y)) return Outcome::outOfMemory;
+            if (matches(row + static_cast<std::uint64_t>(x) * 4) && !found.add(x, y)) return Outcome::outOfMemory;
             if (found.full()) return Outcome::done;
         }
     }
     return Outcome::done;
 }
 
+// Nanoseconds per template pixel compared by the position-by-position search, roughly.
+double comparisonCost(const SearchKernels& k) {
+    const std::string_view name = k.name;
+    if (name == "avx512") return 0.06;
+    if (name == "avx2") return 0.1;
+    if (name == "sse2" || name == "neon") return 0.2;
+    return 1.0;
+}
+
+inline const std::uint8_t* pixelAt(const PixelBuffer* screen, std::int64_t x, std::int64_t y) {
+    return screen->data + static_cast<std::uint64_t>(y) * screen->bytesPerRow + static_cast<std::uint64_t>(x) * 4;
+}
+
+// The search by counting equal pixels, when the cost model finds it cheaper; positions it cannot
+// rule out are compared here.
+Outcome searchByCounting(const PixelBuffer* screen, const PreparedTemplate& templ, std::int64_t rows, std::int64_t cols,
+                         std::int64_t budget, bool ignoring, Collector& found, bool& declined) {
+    CountingQuery query;
+    query.screen = screen;
+    query.templ = templ.pixels.data();
+    query.care = ignoring ? templ.care.data() : nullptr;
+    query.width = templ.width;
+    query.height = templ.height;
+    query.rows = rows;
+    query.cols = cols;
+    query.budget = budget;
+    if (ignoring)
+        for (std::int32_t i = 0; i < ignoreCount; ++i) query.ignored.push_back(threeBytes(ignoreColors + 3 * i));
+    // Comparing position by position: one that does not match costs at least budget + 1
+    // comparisons (whole rows are compared before the count is looked at), one that matches costs
+    // every pixel. How many match comes from a sample of positions spread over the screen.
+    PositionCheck matches(screen, templ, budget, ignoring);
+    std::int64_t sampled = 0, matched = 0;
+    const std::int64_t stepY = std::max<std::int64_t>(1, rows / 16), stepX = std::max<std::int64_t>(1, cols / 16);
+    for (std::int64_t y = stepY / 2; y < rows; y += stepY)
+        for (std::int64_t x = stepX / 2; x < cols; x += stepX, ++sampled)
+            matched += matches(pixelAt(screen, x, y));
+    const auto pixels = static_cast<double>(templ.pixels.size());
+    const double fraction = static_cast<double>(matched) / static_cast<double>(sampled);
+    const double perPosition =
+        fraction * pixels + (1 - fraction) * std::min(pixels, static_cast<double>(budget + 1 + templ.width));
+    // With a how-many limit, comparing ends after about limit / fraction positions.
+    double tried = static_cast<double>(rows) * static_cast<double>(cols);
+    if (howManyLimit >= 1 && matched > 0) tried = std::min(tried, howManyLimit / fraction);
+    query.directNanoseconds = tried * perPosition * comparisonCost(searchKernels()) * (ignoring ? 2 : 1);
+    bool memory = true;
+    const CountingOutcome outcome = tactora::searchByCounting(query, [&](std::int64_t x, std::int64_t y, bool certain) {
+        if (!certain && !matches(pixelAt(screen, x, y))) return true;
+        if (!found.add(x, y)) return memory = false;
+        return !found.full();
+    });
+    declined = outcome == CountingOutcome::declined;
+    if (outcome == CountingOutcome::stopped) return Outcome::stopped;
+    return memory ? Outcome::done : Outcome::outOfMemory;
+}
+
 // The position-by-position search in its plain form, for buffers that are not 4 bytes a pixel.
 Outcome searchPlainly(const PixelBuffer* screen, const PixelBuffer* templ, std::int64_t rows, std::int64_t cols,
                       Collector& found) {
-    for (std::int64_t y = 0; y < rows; ++y)
+    for (std::int64_t y = 0; y < rows; ++y) {
+        if (stopRequested()) return Outcome::stopped;
         for (std::int64_t x = 0; x < cols; ++x) {
             if (match(screen, static_cast<std::uint64_t>(x), static_cast<std::uint64_t>(y), templ) && !found.add(x, y))
                 return Outcome::outOfMemory;
             if (found.full()) return Outcome::done;
         }
+    }
     return Outcome::done;
 }
 
@@ -365,12 +445,22 @@ MatchList* xfindImage(const PixelBuffer* screen, const PixelBuffer* templ) {
     } else {
         PreparedTemplate prepared;
         prepare(templ, ignoring, prepared);
-        outcome = budget == 0 && !ignoring ? searchByAnchors(screen, prepared, rows, cols, found)
-                                           : searchEveryPosition(screen, prepared, rows, cols, budget, ignoring, found);
+        if (budget == 0 && !ignoring) {
+            outcome = searchByAnchors(screen, prepared, rows, cols, found);
+        } else {
+            bool declined = false;
+            outcome = searchByCounting(screen, prepared, rows, cols, budget, ignoring, found, declined);
+            if (declined) outcome = searchEveryPosition(screen, prepared, rows, cols, budget, ignoring, found);
+        }
     }
     if (outcome == Outcome::outOfMemory) {
         std::free(list);
         return nullptr;
+    }
+    // A run told to stop ends at once: the search found nothing.
+    if (outcome == Outcome::stopped) {
+        std::free(list->points);
+        *list = MatchList{};
     }
     return list;
 }

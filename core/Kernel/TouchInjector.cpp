@@ -8,6 +8,7 @@
 #include "Kernel/EventSimulate.h"
 #include "Platform/DiagnosticLog.h"
 #include "Platform/HIDDispatch.h"
+#include "Platform/Installation.h"
 #include "Platform/MessagePorts.h"
 #include "Platform/Platform.h"
 
@@ -64,6 +65,10 @@ std::vector<std::uint8_t> TouchInjector::messageCallBack(std::int32_t messageId,
         case SimulateMessageKey:
             if (data.size() == keyRecordSize) dispatchKey(data);
             break;
+        case SimulateMessageStatus: {
+            std::string status = statusRecord();
+            return {status.begin(), status.end()};
+        }
         default:
             break;
     }
@@ -74,6 +79,12 @@ void TouchInjector::realDigitizerEventArrived() { realTouchArrived_.store(true, 
 
 bool TouchInjector::isRealDigitizerDispatch(std::uint32_t connectionType, std::uint32_t eventType) {
     return connectionType == realTouchConnectionType && eventType == digitizerEventType;
+}
+
+std::string TouchInjector::statusRecord() {
+    const Installation& installation = *platform().installation;
+    return std::string("hook=") + (installation.dispatchHookInstalled() ? "1" : "0") +
+           "\nslice=" + installation.loadedSlice() + "\n";
 }
 
 void TouchInjector::storeTouch(std::span<const std::uint8_t> record) {

@@ -35,8 +35,8 @@ using PendingTouches = std::map<std::string, STTouch, FingerKeyOrder>;
 class TouchInjector {
 public:
     // Handles one message of the injection port (1 sync, 2 touch of exactly 24 bytes, 3 key of
-    // exactly 12 bytes; anything else is ignored). Events go to platform().hidDispatch. Never
-    // replies. Runs on the main loop only.
+    // exactly 12 bytes, 5 status; anything else is ignored). Events go to platform().hidDispatch.
+    // Replies only to the status request. Runs on the main loop only.
     std::vector<std::uint8_t> messageCallBack(std::int32_t messageId, std::span<const std::uint8_t> data);
 
     // A real digitizer event reached the HID system: every synthetic finger still held is
@@ -47,6 +47,10 @@ public:
     // Whether the dispatch hook has seen a real touch: a digitizer event (type 11) on a
     // connection of type 3.
     static bool isRealDigitizerDispatch(std::uint32_t connectionType, std::uint32_t eventType);
+
+    // The reply to a status request: "hook=0|1" (the dispatch hook is in place) and "slice=NAME"
+    // (the code that runs), one per line, as this process's installation port reports them.
+    static std::string statusRecord();
 
     // The fingers waiting for the next sync (main loop only).
     const PendingTouches& pendingTouches() const { return pendingTouches_; }

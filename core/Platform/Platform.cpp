@@ -12,6 +12,7 @@
 #include "Platform/HIDDispatch.h"
 #include "Platform/HIDSource.h"
 #include "Platform/ImageCodec.h"
+#include "Platform/Installation.h"
 #include "Platform/Languages.h"
 #include "Platform/MessagePorts.h"
 #include "Platform/Paths.h"
@@ -37,6 +38,7 @@ Platform defaults() {
         unsupported<MessagePorts>(), unsupported<HIDDispatch>(),   unsupported<HIDSource>(),
         unsupported<Display>(),      unsupported<ImageCodec>(),    unsupported<Crypto>(),
         unsupported<EventRegistry>(), unsupported<Presenter>(),    unsupported<DeviceInfo>(),
+        unsupported<Installation>(),
     };
 }
 

@@ -25,6 +25,7 @@ class Crypto;
 class EventRegistry;
 class Presenter;
 class DeviceInfo;
+class Installation;
 
 struct Platform {
     Paths* paths;
@@ -45,6 +46,7 @@ struct Platform {
     EventRegistry* eventRegistry;
     Presenter* presenter;
     DeviceInfo* deviceInfo;
+    Installation* installation;
 };
 
 // The ports in force. Install at start-up, before any other thread runs.

@@ -1,13 +1,19 @@
 #include "host/Simulator.h"
 
 #include <cmath>
+#include <filesystem>
 #include <fstream>
 #include <future>
 #include <set>
 #include <sstream>
 
+#include "Control/ScriptManager.h"
+#include "Kernel/ScreenFunctions.h"
+#include "Models/Global.h"
+#include "Models/PlaySettings.h"
 #include "Platform/EventRegistry.h"
 #include "Platform/Languages.h"
+#include "Platform/Paths.h"
 #include "Platform/Platform.h"
 #include "Views/ControlPanelView.h"
 #include "host/FileTail.h"
@@ -67,6 +73,26 @@ FrameSource sceneFrames(SceneState& scene) {
     };
 }
 
+bool playScriptOnce(const std::string& script) {
+    namespace fs = std::filesystem;
+    fs::path path = script;
+    if (path.is_relative() && !fs::exists(path))
+        path = fs::path(platform().paths->map(devicepaths::scriptsDirectory)) / script;
+    Global& global = Global::sharedInstance();
+    if (global.isPlaying() || global.isRecording()) return false;
+    auto settings = std::make_shared<PlaySettings>();
+    settings->setScriptTitle(path.filename().string());
+    settings->setScriptPath(path.string());
+    settings->setRepeatTime(1);
+    settings->setRepeatInterval(0);
+    settings->setPlaySpeed(1.0f);
+    settings->setPlayType(0);
+    settings->setPlayNowOrLater(0);
+    global.setCurrentPlaySettings(settings);
+    ScriptManager::runScript();
+    return true;
+}
+
 Simulator::Simulator(MainLoop& loop, SceneState& scene, DeviceProfile profile, SimServer& server,
                      SimController controller, Options options)
     : loop_(loop),
@@ -100,12 +126,17 @@ Simulator::Simulator(MainLoop& loop, SceneState& scene, DeviceProfile profile, S
         });
     }
 
+    installAuthoring();
+
     scene_.setOnChange([this](const std::string& name) {
-        server_.publish("screen", {{"name", name}, {"version", scene_.version()}});
+        // An opened picture stays in front until the page closes it; the scene moves on behind it.
+        server_.publish("screen", {{"name", name}, {"version", screenVersion()}});
     });
     if (!options_.logPath.empty())
         logTail_ = std::make_unique<FileTail>(options_.logPath, [this](const std::vector<std::string>& lines) {
             server_.publish("log", {{"lines", lines}});
+            for (const auto& line : lines)
+                if (auto failure = scriptErrorFromLogLine(line, platform().paths->map(devicepaths::scriptsDirectory))) server_.publish("scriptError", *failure);
         });
     if (!options_.tracePath.empty())
         traceTail_ = std::make_unique<FileTail>(options_.tracePath,
@@ -152,14 +183,42 @@ json Simulator::scriptList() {
     return scripts_;
 }
 
+std::uint64_t Simulator::screenVersion() const {
+    std::lock_guard lock(openedMutex_);
+    // Both counts only grow, so their sum changes with every change of either.
+    return scene_.version() + openedChanges_;
+}
+
+double Simulator::secondsSinceStart() const {
+    return std::chrono::duration<double>(std::chrono::steady_clock::now() - started_).count();
+}
+
+FrameSource Simulator::frames() {
+    return [this, scene = sceneFrames(scene_)]() -> std::shared_ptr<const Frame> {
+        {
+            std::lock_guard lock(openedMutex_);
+            if (opened_) return opened_->frame;
+        }
+        return scene();
+    };
+}
+
 json Simulator::simState() {
     const auto languages = platform().languages->preferredLanguages();
+    json opened = nullptr;
+    {
+        std::lock_guard lock(openedMutex_);
+        if (opened_) opened = opened_->name;
+    }
     return {{"device",
              {{"name", profile_.name},
               {"widthPoints", profile_.widthPoints},
               {"heightPoints", profile_.heightPoints},
-              {"scale", profile_.scale}}},
-            {"screen", {{"name", scene_.currentScreen()}, {"version", scene_.version()}}},
+              {"scale", profile_.scale},
+              // Points per unit of touchDown and getColor: exactly-2x screens count in points,
+              // every other screen in pixels.
+              {"scriptUnit", get_screen_scale_factor() / profile_.scale}}},
+            {"screen", {{"name", scene_.currentScreen()}, {"version", screenVersion()}, {"opened", opened}}},
             {"language", languages.empty() ? "en" : languages.front()},
             {"scripts", scriptList()},
             {"controller", static_cast<bool>(controller_.state)}};
@@ -252,7 +311,11 @@ json Simulator::touch(const json& body) {
         if (phase == "down") scene_.fingerDown(f["index"], f["x"], f["y"]);
         if (phase == "up") scene_.fingerUp(f["index"], f["x"], f["y"]);
     }
-    server_.publish("touch", {{"kind", "touch"}, {"source", "hand"}, {"fingers", fingers}});
+    server_.publish("touch", {{"kind", "touch"},
+                              {"source", "hand"},
+                              {"phase", phase},
+                              {"time", secondsSinceStart()},
+                              {"fingers", fingers}});
     // Real fingers reach the system as real HID events: the recorder hears them.
     auto [status, answer] = onMainLoop([&] {
         if (!controller_.handle) return std::pair{200, json{{"delivered", 0}}};
@@ -282,7 +345,11 @@ json Simulator::button(const json& body) {
                                       {{"events", {{{"t", 0}, {"home", "down"}}, {{"t", 100000}, {"home", "up"}}}}});
         });
         scene_.home();
-        server_.publish("key", {{"kind", "key"}, {"key", "home"}, {"down", false}, {"source", "hand"}});
+        server_.publish("key", {{"kind", "key"},
+                                {"key", "home"},
+                                {"down", false},
+                                {"source", "hand"},
+                                {"time", secondsSinceStart()}});
     } else {
         throw ApiError{400, "\"button\" must be volume-down or home"};
     }
@@ -291,6 +358,10 @@ json Simulator::button(const json& body) {
 }
 
 std::optional<ApiBlob> Simulator::screenPng() {
+    {
+        std::lock_guard lock(openedMutex_);
+        if (opened_) return ApiBlob{"image/png", opened_->png};
+    }
     const std::string path = scene_.currentImage();
     std::lock_guard lock(pngMutex_);
     auto& cached = pngCache_[path];

@@ -46,12 +46,30 @@ std::optional<nlohmann::json> pageEventFromTraceLine(const std::string& line, co
 // decoded once, when first shown). A picture that cannot be read shows black.
 FrameSource sceneFrames(SceneState& scene);
 
+// Plays `script` (a title in the scripts directory or a path) once, at normal speed, as a chosen
+// script with "play now" would (main loop). False while something plays or records.
+bool playScriptOnce(const std::string& script);
+
+// A line of the script log that reports the error of a script in `scriptsDirectory`, as
+// {"title", "line", "message"}; none for any other line.
+std::optional<nlohmann::json> scriptErrorFromLogLine(const std::string& line, const std::string& scriptsDirectory);
+
+// The picture a person opened on the page in place of the scene's screen.
+struct OpenedPicture {
+    std::shared_ptr<const Frame> frame;
+    std::string png;   // the file as it came, for the page to show
+    std::string name;  // its file name, for the status line
+};
+
 class Simulator {
 public:
     struct Options {
         std::string tracePath;  // the receiver's HID trace to follow; empty: none
         std::string logPath;    // the script log to follow; empty: none
         std::chrono::milliseconds statePollInterval{150};
+        // How long the search for the loosest fuzziness that still finds a template once may take;
+        // past it the answer is the best value found so far.
+        std::chrono::milliseconds safeFuzzyBudget{3000};
     };
 
     // Registers the API routes on `server` (before it starts) and follows the files. The scene
@@ -64,6 +82,9 @@ public:
 
     // The state the page draws (main loop): the controller's, with "sim" added.
     nlohmann::json state();
+    // What the display shows: a picture opened on the page while there is one, else the scene's
+    // current screen. Give it to the simulated display.
+    FrameSource frames();
     // Starts pushing state changes to the page (call once the main loop runs).
     void startWatching();
     void stopWatching();
@@ -78,6 +99,21 @@ private:
     nlohmann::json touch(const nlohmann::json& body);
     nlohmann::json button(const nlohmann::json& body);
     std::optional<ApiBlob> screenPng();
+    std::uint64_t screenVersion() const;
+    double secondsSinceStart() const;
+
+    // The authoring tools (SimAuthoring.cpp): open a screenshot, pick, cut, search, edit and run.
+    void installAuthoring();
+    nlohmann::json openPicture(const nlohmann::json& body);
+    nlohmann::json closePicture();
+    nlohmann::json pick(const nlohmann::json& body);
+    nlohmann::json cutTemplate(const nlohmann::json& body);
+    nlohmann::json listTemplates();
+    nlohmann::json search(const nlohmann::json& body);
+    nlohmann::json readScript(const nlohmann::json& body);
+    nlohmann::json saveScript(const nlohmann::json& body);
+    nlohmann::json runScript(const nlohmann::json& body);
+    nlohmann::json stopScript();
 
     MainLoop& loop_;
     SceneState& scene_;
@@ -85,6 +121,12 @@ private:
     SimServer& server_;
     SimController controller_;
     Options options_;
+
+    const std::chrono::steady_clock::time_point started_ = std::chrono::steady_clock::now();
+    mutable std::mutex openedMutex_;
+    std::shared_ptr<const OpenedPicture> opened_;
+    std::uint64_t openedChanges_ = 0;
+    std::mutex searchMutex_;  // the matcher's limit, tolerance and ignore list are process-wide
 
     std::mutex pngMutex_;
     std::map<std::string, std::shared_ptr<const std::string>> pngCache_;

@@ -12,6 +12,7 @@
 #include "Platform/DiagnosticLog.h"
 #include "Platform/MessagePorts.h"
 #include "Platform/Platform.h"
+#include "ios/IOSInstallation.h"
 #include "ios/PointerAuth.h"
 #include "ios/PrivateAPI.h"
 
@@ -56,6 +57,7 @@ void hookDispatch() {
     // The hooking library gets plain code addresses (the symbol table's address is one already).
     MSHookFunction(symbol, codeAddress(&dispatchEvent), &previousDispatchEvent);
     if (!previousDispatchEvent) TACTORA_DIAGNOSTIC("startBackboardd", "hooking " TACTORA_DISPATCH_SYMBOL " failed");
+    noteDispatchHookInstalled(previousDispatchEvent != nullptr);  // the self-test reports it
 }
 
 // backboardd itself, whichever way it is asked: by its bundle identifier (its embedded Info.plist

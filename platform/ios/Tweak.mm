@@ -4,11 +4,13 @@
 
 #include "ios/BackboarddStartup.h"
 #include "ios/IOSPlatform.h"
+#include "ios/SelfTestStartup.h"
 #include "ios/SpringBoardStartup.h"
 
 __attribute__((constructor)) static void tactoraLoaded() {
     @autoreleasepool {
         tactora::ios::installPorts();
+        tactora::ios::startSelfTest();
         tactora::ios::startBackboardd();
         tactora::ios::startSpringBoard();
     }

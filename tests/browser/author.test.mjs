@@ -1,0 +1,281 @@
+// Writes a script in the simulator page as a person would: a finger's trail and the Touches pane,
+// opening a screenshot, picking a point, cutting a template and finding it again (on the page and
+// with `tactora play`), running a script with an error, and stopping a running script.
+import { test, before, after } from 'node:test';
+import assert from 'node:assert/strict';
+import { spawn, execFileSync } from 'node:child_process';
+import { mkdtempSync, mkdirSync, copyFileSync, writeFileSync, readFileSync, rmSync, existsSync } from 'node:fs';
+import { tmpdir } from 'node:os';
+import path from 'node:path';
+import { chromium } from 'playwright-core';
+
+const here = path.dirname(new URL(import.meta.url).pathname);
+const source = path.resolve(here, '../..');
+const tactora = process.env.TACTORA_CLI || path.join(source, 'build/release/tactora');
+const artifacts = process.env.TACTORA_ARTIFACTS || path.join(source, 'build/browser-artifacts');
+
+let root, scripts, scene, sim, url, context, page;
+const simOutput = [];
+
+before(async () => {
+  mkdirSync(artifacts, { recursive: true });
+  root = mkdtempSync(path.join(tmpdir(), 'tactora-author-'));
+  scripts = path.join(root, 'var/mobile/Library/Tactora/Scripts');
+  scene = path.join(root, 'scene');
+  mkdirSync(scripts, { recursive: true });
+  execFileSync(tactora, ['--root', root, 'make-demo-scene', scene]);
+  mkdirSync(path.join(root, 'Applications/Tactora.app'), { recursive: true });
+  writeFileSync(path.join(root, 'Applications/Tactora.app/Extensions.lua'), '');
+  writeFileSync(path.join(scripts, 'broken.lua'), 'log("fine so far")\n');
+  writeFileSync(path.join(scripts, 'forever.lua'), 'while true do usleep(100000) end\n');
+  await new Promise((resolve, reject) => {
+    sim = spawn(tactora, ['--root', root, '--language', 'en', 'sim', '--scene', path.join(scene, 'scene.json'), '--port', '0'],
+      { stdio: ['ignore', 'pipe', 'pipe'] });
+    const timer = setTimeout(() => reject(new Error('tactora sim printed no URL:\n' + simOutput.join(''))), 15000);
+    const take = (chunk) => {
+      simOutput.push(chunk.toString());
+      const found = /open (http:\/\/127\.0\.0\.1:\d+\/)/.exec(simOutput.join(''));
+      if (found && !url) { url = found[1]; clearTimeout(timer); resolve(); }
+    };
+    sim.stdout.on('data', take);
+    sim.stderr.on('data', take);
+    sim.on('exit', (code) => { if (!url) { clearTimeout(timer); reject(new Error('tactora sim exited with ' + code)); } });
+  });
+  const profile = mkdtempSync(path.join(tmpdir(), 'tactora-chromium-'));
+  context = await chromium.launchPersistentContext(profile, {
+    executablePath: process.env.CHROMIUM || '/usr/bin/chromium',
+    headless: true,
+    args: ['--no-sandbox', '--disable-gpu', '--disable-background-networking', '--disable-component-update',
+      '--disable-sync', '--no-first-run'],
+    viewport: { width: 1500, height: 1000 },
+  });
+  page = context.pages()[0] || await context.newPage();
+  page.setDefaultTimeout(20000);
+  await page.goto(url);
+  await page.locator('#status').filter({ hasText: 'Idle' }).waitFor();
+});
+
+after(async () => {
+  if (context) await context.close();
+  if (sim && sim.exitCode === null) sim.kill('SIGTERM');
+  if (root) rmSync(root, { recursive: true, force: true });
+});
+
+// The phone and the script tools, for the pictures in docs/simulator.md.
+const toolsArea = { x: 0, y: 44, width: 850, height: 830 };
+
+// The screen's top-left corner on the page; the phone is drawn one CSS pixel a point.
+const screenAt = async () => page.locator('#touch-layer').boundingBox();
+
+async function mode(name) {
+  await page.getByRole('radio', { name }).check();
+}
+
+// Alpha of the touch layer at a screen point: whether anything is drawn there.
+const drawnAt = (x, y) => page.evaluate(([x, y]) => {
+  const canvas = document.querySelector('#touch-layer');
+  const ratio = canvas.width / canvas.getBoundingClientRect().width;
+  return canvas.getContext('2d').getImageData(Math.round(x * ratio), Math.round(y * ratio), 1, 1).data[3];
+}, [x, y]);
+
+async function dismissAlerts() {
+  const overlay = page.locator('#overlay');
+  for (let i = 0; i < 5 && await overlay.isVisible(); i++) {
+    await overlay.getByRole('button').first().click();
+    await page.waitForTimeout(200);
+  }
+  await overlay.waitFor({ state: 'hidden' });
+}
+
+test('every script tool is reached with Tab and has a name a screen reader reads', async () => {
+  const tools = ['touch-layer', 'open-file', 'keep-screen', 'cut-x', 'cut-y', 'cut-width', 'cut-height', 'template-name',
+    'cut-save', 'template-select', 'fuzzy', 'ignore-input', 'ignore-add', 'ignore-picked', 'script-select', 'script-save',
+    'script-run', 'editor'];
+  const reached = new Map();
+  await page.locator('body').focus();
+  for (let presses = 0; presses < 120 && reached.size < tools.length; presses++) {
+    await page.keyboard.press('Tab');
+    const id = await page.evaluate(() => document.activeElement.id);
+    if (tools.includes(id) && !reached.has(id)) {
+      const node = await page.accessibility.snapshot({ root: await page.evaluateHandle(() => document.activeElement), interestingOnly: false });
+      reached.set(id, node && node.name);
+    }
+  }
+  assert.deepEqual(tools.filter((id) => !reached.has(id)), [], 'not reached with Tab');
+  assert.deepEqual([...reached].filter(([, name]) => !name || !name.trim()).map(([id]) => id), [], 'without a name');
+  // The modes are one group of radio buttons, reached and named too.
+  assert.equal(await page.getByRole('group', { name: 'The mouse on the screen' }).getByRole('radio').count(), 3);
+});
+
+test('the trail joins one touch only, and the Touches pane times every touch and names its moves', async () => {
+  const screen = await screenAt();
+  await mode('Touches');
+  const tap = async (x, y) => {
+    await page.mouse.move(screen.x + x, screen.y + y);
+    await page.mouse.down();
+    await page.waitForTimeout(60);
+    await page.mouse.up();
+  };
+  await tap(60, 420);
+  await tap(260, 420);
+  await page.waitForTimeout(100);
+  assert.ok(await drawnAt(60, 420) > 0, 'the first tap is marked');
+  assert.equal(await drawnAt(160, 420), 0, 'no line runs from one tap to the next');
+
+  await page.mouse.move(screen.x + 60, screen.y + 455);
+  await page.mouse.down();
+  for (let x = 70; x <= 260; x += 10) {
+    await page.mouse.move(screen.x + x, screen.y + 455);
+    await page.waitForTimeout(25);
+  }
+  await page.mouse.up();
+  await page.waitForTimeout(100);
+  assert.ok(await drawnAt(160, 455) > 0, 'the drag leaves a trail along its path');
+
+  const lines = await page.locator('#trace li').allTextContents();
+  const timed = /^\s*\d+\.\d{3} #1 (down|move|up) \d+,\d+/;
+  const last = lines.slice(-8);
+  assert.ok(last.every((line) => timed.test(line)), 'every line has its time:\n' + last.join('\n'));
+  assert.ok(last.some((line) => / #1 move /.test(line)), 'the drag shows as moves');
+  assert.match(lines.findLast((line) => / #1 down /.test(line)), /down 60,455/);
+  assert.match(lines.at(-1), / #1 up 260,455/);
+});
+
+test('opens a screenshot by its size and picks a point on it, as getColor reads it', async () => {
+  // A picture of another size is no screen of this phone.
+  await page.locator('#open-file').setInputFiles(path.join(scene, 'icon.png'));
+  await page.locator('#open-status').filter({ hasText: 'Not opened' }).waitFor();
+  assert.match(await page.locator('#open-status').textContent(), /no phone screen/);
+
+  await page.locator('#open-file').setInputFiles(path.join(scene, 'app.png'));
+  await page.locator('#open-status').filter({ hasText: 'is on the screen' }).waitFor();
+  assert.match(await page.locator('#open-status').textContent(), /640 x 1136, iphone-se/);
+  await page.waitForFunction(() => document.querySelector('#screen-image').complete && !document.querySelector('#close-picture').hidden);
+
+  // What the picture holds at (161, 301) points, read by the browser itself from the file.
+  const expected = await page.evaluate(async (png) => {
+    const image = new Image();
+    image.src = 'data:image/png;base64,' + png;
+    await image.decode();
+    const canvas = document.createElement('canvas');
+    canvas.width = image.width; canvas.height = image.height;
+    const context = canvas.getContext('2d');
+    context.drawImage(image, 0, 0);
+    const [r, g, b] = context.getImageData(322, 602, 1, 1).data;
+    return '0x' + ((r << 16) | (g << 8) | b).toString(16).toUpperCase().padStart(6, '0');
+  }, readFileSync(path.join(scene, 'app.png')).toString('base64'));
+
+  await mode('Picks a point');
+  const screen = await screenAt();
+  await page.mouse.move(screen.x + 161.5, screen.y + 301.5);
+  await page.locator('#pick-readout').filter({ hasText: 'x 161, y 301' }).waitFor();
+  assert.match(await page.locator('#pick-readout').textContent(), new RegExp(expected));
+  await page.mouse.click(screen.x + 161.5, screen.y + 301.5);
+  await page.locator('#pick-line').filter({ hasText: 'touchDown' }).waitFor();
+  assert.equal(await page.locator('#pick-line').textContent(), 'touchDown(1, 161, 301); usleep(50000); touchUp(1, 161, 301)');
+
+  // The keyboard does the same: one unit right, copy the colour check.
+  await page.getByRole('radio', { name: 'copy a colour check' }).check();
+  await page.locator('#touch-layer').focus();
+  await page.keyboard.press('ArrowRight');
+  await page.keyboard.press('Enter');
+  await page.locator('#pick-line').filter({ hasText: 'getColor(162, 301)' }).waitFor();
+  assert.match(await page.locator('#pick-line').textContent(), /^getColor\(162, 301\) == 0x[0-9A-F]{6}$/);
+
+  await page.getByRole('button', { name: 'Back to the scene' }).click();
+  await page.waitForFunction(() => document.querySelector('#close-picture').hidden);
+  // The scene's own screen can be kept still the same way.
+  await page.getByRole('button', { name: 'Keep this screen' }).click();
+  await page.locator('#open-status').filter({ hasText: 'stays until' }).waitFor();
+  await page.getByRole('button', { name: 'Back to the scene' }).click();
+  await page.waitForFunction(() => document.querySelector('#close-picture').hidden);
+});
+
+test('cuts a template, finds it once where it was cut, and `tactora play` finds it there too', async () => {
+  await mode('Cuts a template');
+  const screen = await screenAt();
+  // Around the Demo app's icon on the home screen.
+  await page.mouse.move(screen.x + 96, screen.y + 114);
+  await page.mouse.down();
+  await page.mouse.move(screen.x + 120, screen.y + 130, { steps: 4 });
+  await page.mouse.move(screen.x + 140.5, screen.y + 160.5, { steps: 4 });
+  await page.screenshot({ path: path.join(artifacts, 'simulator-cutting.png'), clip: toolsArea });
+  await page.mouse.up();
+  const cut = {};
+  for (const key of ['x', 'y', 'width', 'height']) cut[key] = Number(await page.locator('#cut-' + key).inputValue());
+  assert.deepEqual(cut, { x: 96, y: 114, width: 45, height: 47 });
+  await page.getByLabel('name').fill('demo-button');
+  await page.keyboard.press('Enter');
+  await page.locator('#cut-status').filter({ hasText: 'Saved demo-button.png (90 x 94 pixels)' }).waitFor();
+  assert.ok(existsSync(path.join(scripts, 'demo-button.png')));
+
+  // The search runs for the new template at once, and says how loose it may be and still find
+  // the template only once.
+  await page.waitForFunction(() => document.querySelector('#template-select').value === 'demo-button.png');
+  await page.locator('#safe-fuzzy').filter({ hasText: 'Found once down to' }).waitFor();
+  const safe = Number(await page.locator('#safe-fuzzy').getAttribute('data-value'));
+  assert.ok(safe > 0.5 && safe <= 1, 'safe fuzzy ' + safe);
+  const slide = async (value) => {
+    await page.locator('#fuzzy').fill(String(value));
+    await page.locator('#search-line').filter({ hasText: 'fuzzy = ' + value.toFixed(2) }).waitFor();
+    return Number(await page.locator('#search-count').getAttribute('data-count'));
+  };
+  // Just below the safe value the template is found more than once; at it, once, where it was cut.
+  assert.ok(await slide(Math.round(safe * 100 - 1) / 100) > 1, 'more than one match just below the safe value');
+  assert.equal(await slide(safe), 1);
+  assert.equal(await page.locator('#search-count').textContent(), '1 match');
+  const outlined = await page.evaluate(() => {
+    const layer = document.querySelector('#search-layer');
+    const ratio = layer.width / layer.getBoundingClientRect().width;
+    const at = (x, y) => layer.getContext('2d').getImageData(Math.round(x * ratio), Math.round(y * ratio), 1, 1).data[3];
+    return { corner: at(96, 130), inside: at(118, 137) };
+  });
+  assert.ok(outlined.corner > 0 && outlined.inside === 0, 'the outline runs along the cut: ' + JSON.stringify(outlined));
+  assert.equal(await page.locator('#search-line').textContent(),
+    'findImage{imagePath = rootDir() .. "demo-button.png", fuzzy = ' + safe.toFixed(2) + '}');
+  await page.screenshot({ path: path.join(artifacts, 'simulator-searching.png'), clip: toolsArea });
+
+  // The command line finds the page's template at the same place on the same screen.
+  writeFileSync(path.join(root, 'find.lua'),
+    'local found = findImage{imagePath = rootDir() .. "demo-button.png", fuzzy = 1}\n' +
+    'local out = io.open(rootDir() .. "found.txt", "w")\n' +
+    'for _, p in ipairs(found) do out:write(p[1], ",", p[2], "\\n") end\n' +
+    'out:close()\n');
+  execFileSync(tactora, ['--root', root, '--screen', path.join(scene, 'home.png'), 'play', path.join(root, 'find.lua')]);
+  const found = readFileSync(path.join(scripts, 'found.txt'), 'utf8').trim().split('\n');
+  assert.deepEqual(found.map((p) => p.split(',').map(Number)), [[96, 114]]);
+});
+
+test('runs a script from the editor and shows its error at its line', async () => {
+  await page.locator('#script-select').selectOption('broken.lua');
+  await page.waitForFunction(() => document.querySelector('#editor').value.includes('fine so far'));
+  const editor = page.getByLabel('Script text');
+  await editor.fill('log("fine so far")\nlocal n = 1\nnoSuchFunction(n)\n');
+  await page.getByRole('button', { name: 'Run' }).click();
+  await page.locator('#script-error').filter({ hasText: 'Line 3:' }).waitFor();
+  assert.match(await page.locator('#script-error').textContent(), /Line 3: .*noSuchFunction/);
+  assert.match((await page.locator('#gutter').textContent()).split('\n')[2], /^▶\s+3$/);
+  assert.equal(readFileSync(path.join(scripts, 'broken.lua'), 'utf8'), 'log("fine so far")\nlocal n = 1\nnoSuchFunction(n)\n');
+  await dismissAlerts();
+  await page.locator('#status').filter({ hasText: 'Idle' }).waitFor();
+  // Editing the line clears the mark.
+  await editor.press('End');
+  await editor.type(' ');
+  assert.ok(await page.locator('#script-error').isHidden());
+});
+
+test('stops a running script', async () => {
+  await page.locator('#script-select').selectOption('forever.lua');
+  await page.waitForFunction(() => document.querySelector('#editor').value.includes('while true'));
+  await page.getByRole('button', { name: 'Run' }).click();
+  await page.locator('#status').filter({ hasText: 'Playing' }).waitFor();
+  await page.waitForTimeout(700);
+  assert.match(await page.locator('#status').textContent(), /Playing/, 'still playing before the stop');
+  await page.getByRole('button', { name: 'Stop' }).click();
+  await page.locator('#status').filter({ hasText: 'Idle' }).waitFor({ timeout: 10000 }).catch(async () => {
+    await dismissAlerts();
+    await page.locator('#status').filter({ hasText: 'Idle' }).waitFor();
+  });
+  assert.ok(await page.getByRole('button', { name: 'Stop' }).isDisabled());
+  if (await page.locator('#overlay').isVisible()) await dismissAlerts();
+});
