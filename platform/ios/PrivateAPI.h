@@ -8,7 +8,7 @@
 //
 // Sections: IOKit HID events; the HID event system and its connections; the IOKit registry;
 // QuartzCore render server;
-// SpringBoardServices; backboardd classes; SpringBoard classes.
+// SpringBoardServices; backboardd classes; LaunchServices classes; SpringBoard classes.
 #pragma once
 
 #include <CoreFoundation/CoreFoundation.h>
@@ -183,6 +183,39 @@ typedef int (*SBSLaunchApplicationWithIdentifierFunction)(CFStringRef identifier
 @interface CAWindowServer : NSObject
 + (instancetype)serverIfRunning;
 - (CAWindowServerDisplay*)displayWithName:(NSString*)name;
+@end
+
+// --- LaunchServices (CoreServices.framework) ----------------------------------------------------
+
+// The application registry, the source of the installed-application list since iOS 8 took away
+// the installation cache file (/var/mobile/Library/Caches/com.apple.mobile.installation.plist)
+// together with MobileInstallationLookup. Looked up by name: the SDK 14.5 stubs list
+// LSApplicationWorkspace, LSApplicationProxy and LSBundleProxy among the Objective-C classes of
+// CoreServices (and of MobileCoreServices, which re-exports it), but the tweak does not link
+// either. Every selector below is in the class dumps of CoreServices for iOS 13.5.1, 14.0 and 15.5
+// (LSApplicationWorkspace.h, LSApplicationProxy.h, LSBundleProxy.h); none was at hand for 16, so
+// each is asked with respondsToSelector: first.
+@interface LSBundleProxy : NSObject
+@property (readonly, nonatomic) NSString* bundleIdentifier;
+@property (readonly, nonatomic) NSURL* bundleURL;
+@property (readonly, nonatomic) NSString* bundleExecutable;
+@property (readonly, nonatomic) NSString* bundleVersion;
+@property (readonly, nonatomic) NSURL* dataContainerURL;
+@property (readonly, nonatomic) NSDictionary* entitlements;
+- (NSString*)localizedName;
+@end
+
+@interface LSApplicationProxy : LSBundleProxy
+@property (readonly, nonatomic) NSString* applicationIdentifier;
+@property (readonly, nonatomic) NSString* applicationType;  // "User", "System", "Internal", ...
+@property (readonly, nonatomic) NSString* shortVersionString;
+@end
+
+@interface LSApplicationWorkspace : NSObject
++ (instancetype)defaultWorkspace;
+- (NSArray<LSApplicationProxy*>*)allInstalledApplications;
+// Placeholders (applications still downloading) included.
+- (NSArray<LSApplicationProxy*>*)allApplications;
 @end
 
 // --- SpringBoard ----------------------------------------------------------------------------
