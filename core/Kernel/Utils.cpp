@@ -65,7 +65,12 @@ Rect Utils::currentScreenBoundsDependOnOrientation() {
 
 std::vector<DeviceInfo::AppInfo> Utils::appInstalledList() {
     std::vector<DeviceInfo::AppInfo> apps;
-    const auto cache = platform().deviceInfo->installationCache();
+    // The registry first: the cache file is gone since iOS 8 and is read only where the registry
+    // cannot be asked or knows nothing.
+    const DeviceInfo& info = *platform().deviceInfo;
+    const auto registered = info.registeredApplications();
+    const auto cache = registered && !registered->empty() ? std::optional(installationCacheOf(*registered))
+                                                          : info.installationCache();
     if (!cache) return apps;
     apps.insert(apps.end(), cache->user.begin(), cache->user.end());
     apps.insert(apps.end(), cache->system.begin(), cache->system.end());

@@ -10,8 +10,8 @@
 
 namespace tactora {
 
-// Facts about the device that live outside the process: the IOKit device tree and the
-// system's installation cache.
+// Facts about the device that live outside the process: the IOKit device tree, the system's
+// application registry and its old installation cache.
 class DeviceInfo {
 public:
     // One application's whole information dictionary from the installation cache
@@ -23,6 +23,21 @@ public:
     struct InstallationCache {
         std::vector<AppInfo> user;
         std::vector<AppInfo> system;
+    };
+
+    // One application as the system's application registry (LaunchServices) describes it. Empty
+    // text and no dictionary mean the registry did not say.
+    struct RegisteredApp {
+        std::string identifier;
+        std::string bundlePath;     // the ".app" directory
+        std::string name;           // the name shown under the icon, in the user's language
+        std::string executable;
+        std::string version;        // "CFBundleVersion"
+        std::string shortVersion;   // "CFBundleShortVersionString"
+        std::string type;           // "User", "System", "Internal", ...
+        std::string dataContainer;  // the sandbox home (Documents, Library, tmp)
+        std::optional<AppInfo> infoPlist;
+        std::optional<AppInfo> entitlements;
     };
 
     virtual ~DeviceInfo() = default;
@@ -38,6 +53,17 @@ public:
     // when it exists as a file and reads as a dictionary (it exists only on older systems).
     // Default: nothing.
     virtual std::optional<InstallationCache> installationCache() const { return std::nullopt; }
+
+    // Every installed application the registry knows. Nothing when the registry cannot be asked
+    // (its classes or selectors missing). Default: nothing.
+    virtual std::optional<std::vector<RegisteredApp>> registeredApplications() const { return std::nullopt; }
 };
+
+// The registry's applications in the installation cache's shape: each one's Info.plist, with the
+// facts the cache added ("Path", "ApplicationType", "Container", "Entitlements") and the registry's
+// names and versions where the Info.plist lacks them. "User" applications form the user section,
+// every other type the system one; each section in identifier order, an identifier listed once,
+// an application without one left out.
+DeviceInfo::InstallationCache installationCacheOf(const std::vector<DeviceInfo::RegisteredApp>& apps);
 
 }  // namespace tactora

@@ -73,7 +73,7 @@ DigitizerDisplay IOKitHIDDispatch::display() const {
         // display-link message is a question to the class, which needs no instance.
         display.mainScreenRespondsToDisplayLink =
             [UIScreen instancesRespondToSelector:@selector(displayLinkWithTarget:selector:)];
-        display.mainScreenScale = static_cast<float>(GSMainScreenScaleFactor());
+        display.mainScreenScale = GSMainScreenScaleFactor();
     }
     return display;
 }

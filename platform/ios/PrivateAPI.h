@@ -8,7 +8,7 @@
 //
 // Sections: IOKit HID events; the HID event system and its connections; the IOKit registry;
 // QuartzCore render server;
-// SpringBoardServices; backboardd classes; SpringBoard classes.
+// SpringBoardServices; backboardd classes; LaunchServices classes; SpringBoard classes.
 #pragma once
 
 #include <CoreFoundation/CoreFoundation.h>
@@ -140,8 +140,11 @@ kern_return_t IOObjectRelease(io_object_t object);
 // --- GraphicsServices (iOS 2 and later; in the stubs of the iOS 13.7 to 16.5 SDKs) ---------
 
 // The main screen's pixels per point, as the system's device facts give it. Unlike UIScreen it
-// needs no UIKit application, so it answers in backboardd too.
-CGFloat GSMainScreenScaleFactor(void);
+// needs no UIKit application, so it answers in backboardd too. It returns a 32-bit float on arm64
+// and arm64e as on armv7 (GraphicsServices keeps the scale as a float and returns it in s0, on
+// iOS 13 to 16 alike): declared as CGFloat (a double on 64-bit) the caller would read d0, whose
+// upper half is zero after a write to s0, and see 2.0f as a denormal near 0 instead of 2.
+float GSMainScreenScaleFactor(void);
 
 // --- QuartzCore render server (iOS 7 and later) -----------------------------------------------
 
@@ -180,6 +183,39 @@ typedef int (*SBSLaunchApplicationWithIdentifierFunction)(CFStringRef identifier
 @interface CAWindowServer : NSObject
 + (instancetype)serverIfRunning;
 - (CAWindowServerDisplay*)displayWithName:(NSString*)name;
+@end
+
+// --- LaunchServices (CoreServices.framework) ----------------------------------------------------
+
+// The application registry, the source of the installed-application list since iOS 8 took away
+// the installation cache file (/var/mobile/Library/Caches/com.apple.mobile.installation.plist)
+// together with MobileInstallationLookup. Looked up by name: the SDK 14.5 stubs list
+// LSApplicationWorkspace, LSApplicationProxy and LSBundleProxy among the Objective-C classes of
+// CoreServices (and of MobileCoreServices, which re-exports it), but the tweak does not link
+// either. Every selector below is in the class dumps of CoreServices for iOS 13.5.1, 14.0 and 15.5
+// (LSApplicationWorkspace.h, LSApplicationProxy.h, LSBundleProxy.h); none was at hand for 16, so
+// each is asked with respondsToSelector: first.
+@interface LSBundleProxy : NSObject
+@property (readonly, nonatomic) NSString* bundleIdentifier;
+@property (readonly, nonatomic) NSURL* bundleURL;
+@property (readonly, nonatomic) NSString* bundleExecutable;
+@property (readonly, nonatomic) NSString* bundleVersion;
+@property (readonly, nonatomic) NSURL* dataContainerURL;
+@property (readonly, nonatomic) NSDictionary* entitlements;
+- (NSString*)localizedName;
+@end
+
+@interface LSApplicationProxy : LSBundleProxy
+@property (readonly, nonatomic) NSString* applicationIdentifier;
+@property (readonly, nonatomic) NSString* applicationType;  // "User", "System", "Internal", ...
+@property (readonly, nonatomic) NSString* shortVersionString;
+@end
+
+@interface LSApplicationWorkspace : NSObject
++ (instancetype)defaultWorkspace;
+- (NSArray<LSApplicationProxy*>*)allInstalledApplications;
+// Placeholders (applications still downloading) included.
+- (NSArray<LSApplicationProxy*>*)allApplications;
 @end
 
 // --- SpringBoard ----------------------------------------------------------------------------

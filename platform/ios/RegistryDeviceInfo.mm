@@ -1,6 +1,7 @@
 #include "ios/RegistryDeviceInfo.h"
 
 #include <mach/mach.h>
+#include <objc/message.h>
 #include <sys/stat.h>
 
 #include "ios/PrivateAPI.h"
@@ -61,6 +62,41 @@ std::vector<DeviceInfo::AppInfo> section(id value) {
     return apps;
 }
 
+// The text `object` answers to `selector`, when it answers to it with text (an NSURL gives its
+// path). A proxy may lack a property on some system; it then says nothing, and never raises.
+std::string answer(id object, SEL selector) {
+    if (![object respondsToSelector:selector]) return "";
+    id value = ((id (*)(id, SEL))objc_msgSend)(object, selector);
+    if ([value isKindOfClass:[NSURL class]]) value = [(NSURL*)value path];
+    return [value isKindOfClass:[NSString class]] ? text(value) : "";
+}
+
+std::optional<DeviceInfo::AppInfo> dictionary(id value) {
+    if (![value isKindOfClass:[NSDictionary class]]) return std::nullopt;
+    return *plain(value).get<PropertyList::Dictionary>();
+}
+
+DeviceInfo::RegisteredApp registered(LSApplicationProxy* proxy) {
+    DeviceInfo::RegisteredApp app;
+    app.identifier = answer(proxy, @selector(bundleIdentifier));
+    if (app.identifier.empty()) app.identifier = answer(proxy, @selector(applicationIdentifier));
+    app.bundlePath = answer(proxy, @selector(bundleURL));
+    app.name = answer(proxy, @selector(localizedName));
+    app.executable = answer(proxy, @selector(bundleExecutable));
+    app.version = answer(proxy, @selector(bundleVersion));
+    app.shortVersion = answer(proxy, @selector(shortVersionString));
+    app.type = answer(proxy, @selector(applicationType));
+    app.dataContainer = answer(proxy, @selector(dataContainerURL));
+    if ([proxy respondsToSelector:@selector(entitlements)]) app.entitlements = dictionary(proxy.entitlements);
+    // The bundle's own Info.plist, which the old cache was built from. SpringBoard may read every
+    // application bundle (it draws their icons from them).
+    if (!app.bundlePath.empty()) {
+        NSString* infoPath = [@(app.bundlePath.c_str()) stringByAppendingPathComponent:@"Info.plist"];
+        app.infoPlist = dictionary([NSDictionary dictionaryWithContentsOfFile:infoPath]);
+    }
+    return app;
+}
+
 }  // namespace
 
 std::optional<std::string> RegistryDeviceInfo::deviceTreeProperty(std::string_view name) const {
@@ -93,6 +129,28 @@ std::optional<DeviceInfo::InstallationCache> RegistryDeviceInfo::installationCac
         NSDictionary* cache = [NSDictionary dictionaryWithContentsOfFile:@(installationCachePath)];
         if (![cache isKindOfClass:[NSDictionary class]]) return std::nullopt;
         return InstallationCache{section(cache[@"User"]), section(cache[@"System"])};
+    }
+}
+
+std::optional<std::vector<DeviceInfo::RegisteredApp>> RegistryDeviceInfo::registeredApplications() const {
+    @autoreleasepool {
+        Class workspaceClass = NSClassFromString(@"LSApplicationWorkspace");
+        if (![workspaceClass respondsToSelector:@selector(defaultWorkspace)]) return std::nullopt;
+        LSApplicationWorkspace* workspace = [workspaceClass defaultWorkspace];
+        NSArray* proxies = nil;
+        if ([workspace respondsToSelector:@selector(allInstalledApplications)]) {
+            proxies = [workspace allInstalledApplications];
+        } else if ([workspace respondsToSelector:@selector(allApplications)]) {
+            proxies = [workspace allApplications];
+        }
+        if (![proxies isKindOfClass:[NSArray class]]) return std::nullopt;
+        std::vector<RegisteredApp> apps;
+        for (id proxy in proxies) {
+            @autoreleasepool {
+                apps.push_back(registered(proxy));
+            }
+        }
+        return apps;
     }
 }
 

@@ -170,6 +170,11 @@ static const NSInteger dropDownTransition = 4;
     window.frame = [UIScreen mainScreen].bounds;
     window.windowLevel = UIWindowLevelAlert - 1;  // system alerts, the "Wrong password!" one too, stay above
     window.backgroundColor = [UIColor clearColor];
+    // The panels are drawn light: white content, black text. Since iOS 13 UIKit's default text
+    // colour follows the system appearance (UILabel's textColor defaults to labelColor, white in
+    // Dark Mode), so the script list's cells, which set no colour of their own, would be white on
+    // white. The window keeps the light appearance for everything in it (iOS 13 to 16).
+    window.overrideUserInterfaceStyle = UIUserInterfaceStyleLight;
     window.rootViewController = [[TactoraFixedOrientationViewController alloc] init];
     _window = window;
 
