@@ -109,7 +109,7 @@ TEST(ScriptApi, EveryExampleOfTheReadmeAndTheDocsRunsAsWritten) {
               "end\nlog('EXAMPLES RAN ' .. #examples)\n";
     writeFile(scripts / "examples.lua", script);
 
-    CommandOutcome run = runCommand(directory.path(), {"--root", "root", "play", "examples.lua", "--speed", "2"});
+    CommandOutcome run = runCommand(directory.path(), {"--root", "root", "play", "examples.lua", "--speed", "1.9"});
     EXPECT_EQ(run.exitCode, 0) << run.err;
     const std::string log = readFile(directory.path() / "root/var/mobile/Library/Tactora/Library/log.log");
     EXPECT_EQ(log.find("EXAMPLE FAILED"), std::string::npos) << log;
