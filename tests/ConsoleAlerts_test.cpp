@@ -43,16 +43,6 @@ std::string captured(const std::function<void(host::ConsoleAlerts&)>& show) {
 
 }  // namespace
 
-TEST(ConsoleAlerts, PrintsTitleMessageAndButtons) {
-    std::string text = captured([](host::ConsoleAlerts& alerts) {
-        alerts.showAlert(makeAlert("Tactora", "first\nsecond", "OK", {"Play Now", "Play Later"}));
-        alerts.showAlert(makeAlert("", "untitled", "Cancel"));
-    });
-    EXPECT_EQ(text,
-              "┌ Tactora\n│ first\n│ second\n└ [OK] [Play Now] [Play Later]\n"
-              "│ untitled\n└ [Cancel]\n");
-}
-
 TEST(ConsoleAlerts, ReportsShownThenDismissedWithTheCancelButtonOnTheMainQueue) {
     ScopedPlatform scope;
     HeldQueues queues;
