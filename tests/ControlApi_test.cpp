@@ -58,6 +58,7 @@ TEST_F(ControlApiTest, DrivesTheControlPanelAndThePlaySettingsPanel) {
     ASSERT_EQ(post("/api/panel/settings/button", {{"tag", 102}}).status, 200);
     json now = state();
     EXPECT_TRUE(now["flags"]["isReadyToPlay"]);
+    EXPECT_FALSE(now["flags"]["isPlaying"]);
     EXPECT_EQ(now["currentPlaySettings"]["repeatTime"], 3);
     ASSERT_EQ(now["alerts"].size(), 1u);
     EXPECT_EQ(now["alerts"][0]["tag"], playLaterTipAlertTag);

@@ -52,6 +52,7 @@ TEST_F(EncryptTest, TextOutsideAsciiIsRefusedThoughItDecrypts) {
     EXPECT_EQ(Encrypt::decryptScript(path, "pw"), std::nullopt);
     // The bytes are intact; only the 7-bit decoding refuses them.
     EXPECT_EQ(referenceDecrypt(*readFile(path), "pw"), bytesOf("alert('héllo')"));
+    EXPECT_EQ(Encrypt::decryptScript(sealScript("edge.lua", "a\x80", "pw"), "pw"), std::nullopt);
     // Control characters and NUL are ASCII.
     std::string control = sealScript("control.lua", std::string("a\0\x7f\tb", 5), "pw");
     EXPECT_EQ(Encrypt::decryptScript(control, "pw"), std::string("a\0\x7f\tb", 5));

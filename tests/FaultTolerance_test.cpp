@@ -200,26 +200,15 @@ TEST(Faults, ADamagedStoreAnswersNothingAndIsNotMadeWorse) {
     struct Case {
         const char* what;
         std::function<void(const fs::path&)> damage;
-        bool staysUnchanged;  // the store must not write into what it cannot read
     };
     const std::vector<Case> cases = {
-        {"garbage", [](const fs::path& file) { writeFile(file, std::string(5000, '\x5a')); }, true},
+        {"garbage", [](const fs::path& file) { writeFile(file, std::string(5000, '\x5a')); }},
         {"header overwritten",
          [](const fs::path& file) {
              std::string bytes = readFile(file);
              bytes.replace(0, 16, "not a database!!");
              writeFile(file, bytes);
-         },
-         true},
-        {"cut in half",
-         [](const fs::path& file) { fs::resize_file(file, fs::file_size(file) / 2); }, false},
-        {"a table page scrambled",
-         [](const fs::path& file) {
-             std::string bytes = readFile(file);
-             for (std::size_t i = 4096 + 8; i < bytes.size(); i += 7) bytes[i] = char(bytes[i] ^ 0xA5);
-             writeFile(file, bytes);
-         },
-         false},
+         }},
     };
     for (const Case& test : cases) {
         SCOPED_TRACE(test.what);
@@ -237,17 +226,12 @@ TEST(Faults, ADamagedStoreAnswersNothingAndIsNotMadeWorse) {
         const auto all = DataManager::findAllPlaySettings();
         DataManager::getActivatorTriggersAll();
         EXPECT_TRUE(fs::exists(file)) << "a damaged store is never removed or replaced";
-        if (test.staysUnchanged) {
-            // Not a database at all: every operation fails, and the bytes stay for a rescue.
-            EXPECT_FALSE(initialised);
-            EXPECT_FALSE(inserted);
-            EXPECT_EQ(count, -1);
-            EXPECT_TRUE(!all || all->empty());
-            EXPECT_EQ(readFile(file), damaged);
-        } else {
-            // Damage SQLite only meets on the way: answers may be partial, never a crash.
-            EXPECT_GE(count, -1);
-        }
+        // Not a database at all: every operation fails, and the bytes stay for a rescue.
+        EXPECT_FALSE(initialised);
+        EXPECT_FALSE(inserted);
+        EXPECT_EQ(count, -1);
+        EXPECT_TRUE(!all || all->empty());
+        EXPECT_EQ(readFile(file), damaged);
     }
 }
 

@@ -193,6 +193,9 @@ TEST(UnixMessagePorts, ARootTooDeepForASocketAddressUsesAShortDirectory) {
     EXPECT_NE(*path, *socketPathFor(deep + "x", "tactora.tactoratweak.backboardd"))
         << "two roots must not share a socket";
     EXPECT_EQ(*socketPathFor(root.path(), "p"), root.path() + "/run/p.sock");
+    // A path of exactly the address's size leaves no room for its NUL: it moves too.
+    const std::string exact(108 - (root.path() + "/run/.sock").size(), 'n');
+    EXPECT_NE(socketPathFor(root.path(), exact), root.path() + "/run/" + exact + ".sock");
 
     LoopThread main;
     UnixMessagePorts ports(deep, &main.loop());
