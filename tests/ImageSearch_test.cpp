@@ -41,6 +41,18 @@ Planted planted(std::uint64_t width, std::uint64_t height, std::uint64_t px, std
 
 }  // namespace
 
+TEST(ImageSearch, ColourFormsSwapRedAndBlue) {
+    EXPECT_EQ(hex_to_rgc(0x123456), 0x563412u);
+    EXPECT_EQ(hex_to_rgc(0xFF123456), 0x563412u);
+    EXPECT_EQ(rgb_to_hex(0x12, 0x34, 0x56), 0x123456u);
+    EXPECT_EQ(rgb_to_hex(0x100, 0, 1), 0x1000001u);  // a sum, not masked
+    auto buffer = solidBuffer(2, 2, 0);
+    setPixel(*buffer, 1, 1, 0xA1B2C3);
+    EXPECT_EQ(get_rgb(buffer.get(), 1, 1), hex_to_rgc(0xA1B2C3));
+    EXPECT_TRUE(is_same_rgb(0xFF563412, 0x00563412));
+    EXPECT_FALSE(is_same_rgb(0x563412, 0x563413));
+}
+
 TEST(ImageSearch, FindsAPlantedTemplateInPointsOfATwoPixelScreen) {
     auto p = planted(120, 60, 100, 40);
     EXPECT_EQ(search(*p.screen, *p.templ), (Points{{50, 20}}));
