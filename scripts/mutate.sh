@@ -26,6 +26,9 @@ find "$src" -mindepth 1 -maxdepth 1 ! -name build -exec rm -rf {} +
 (cd "$here" && git ls-files -z --cached --others --exclude-standard | \
   while IFS= read -r -d '' f; do [ -f "$f" ] && printf '%s\0' "$f"; done | tar --null -T - -cf -) | \
   tar -C "$src" -xf -
+# A run that was interrupted may have left a planted fault behind: the copy above put the file
+# back, with its old time, so make sure it is compiled again.
+if [ -f "$work/planted" ]; then touch "$src/$(cat "$work/planted")"; rm -f "$work/planted"; fi
 export CCACHE_BASEDIR="$src" CCACHE_NOHASHDIR=1
 # Each fault relinks the test binary, so a faster linker saves most of the time per fault.
 link=()
@@ -69,6 +72,7 @@ run_one() {
   local target=$src/$file saved log verdict start
   saved=$(mktemp) log=$work/last.log start=$SECONDS
   cp -p "$target" "$saved"
+  echo "$file" >"$work/planted"
   if ! problem=$(apply "$target" "$old" "$new" 2>&1); then
     verdict="BAD    ($problem)"; broken=$((broken + 1))
   elif ! cmake --build "$build" --target tactora_tests >"$log" 2>&1; then
@@ -79,7 +83,7 @@ run_one() {
     how=$(grep -m1 -E '\*\*\*(Failed|Timeout|Exception)|Failed  ' "$log" | sed -E 's/^.*Test +#[0-9]+: //; s/ \.+/ /; s/ +/ /g' || true)
     verdict="caught  ${how# }"; caught=$((caught + 1))
   fi
-  cp "$saved" "$target"; touch "$target"; rm -f "$saved"
+  cp "$saved" "$target"; touch "$target"; rm -f "$saved" "$work/planted"
   printf '%-8s %4ss  %s: %s\n' "${verdict%% *}" "$((SECONDS - start))" "$file" "$desc" | tee -a "$report"
   [ "${verdict%% *}" = caught ] || [ "${verdict%% *}" = SURVIVED ] || echo "         ${verdict#* }" | tee -a "$report"
   [ "${verdict%% *}" != caught ] || echo "         ${verdict#caught  }" >>"$report"
