@@ -138,6 +138,12 @@ TEST(Tool, SettingsAreStoredChangedThroughTheSettingsMessageAndListedWithTheScri
                             "settings --set log-errors=no", "settings --set verbose=on"})
         EXPECT_NE(device.tool(bad).exitCode, 0) << bad;
     EXPECT_EQ(DataManager::countPlaySettings(), 1);
+    // A script's first settings start from once, a second apart, at normal speed.
+    ASSERT_EQ(device.tool("settings --script b.lua --repeat 2").exitCode, 0);
+    auto fresh = DataManager::findPlaySettingsByScriptTitle("b.lua");
+    ASSERT_TRUE(fresh);
+    EXPECT_EQ(std::make_tuple(fresh->playDirectly(), fresh->repeatTime(), fresh->repeatInterval(), fresh->playSpeed()),
+              std::make_tuple(false, 2L, 1L, 1.0f));
     auto stored = DataManager::findPlaySettingsByScriptTitle("a.lua");
     ASSERT_TRUE(stored);
     EXPECT_EQ(std::make_tuple(stored->playDirectly(), stored->repeatTime(), stored->repeatInterval(), stored->playSpeed()),
