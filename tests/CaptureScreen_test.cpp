@@ -1,4 +1,5 @@
 #include <gtest/gtest.h>
+#include <png.h>
 
 #include <filesystem>
 #include <fstream>
@@ -109,6 +110,20 @@ TEST(PngCodec, RoundTripsOpaqueAndTranslucentPixels) {
     ASSERT_EQ(back->width, 7u);
     ASSERT_EQ(back->height, 5u);
     EXPECT_EQ(std::memcmp(back->data, image->data, 7 * 5 * 4), 0);
+
+    // A fully transparent pixel carries no colour once premultiplied, whatever the file holds.
+    std::uint8_t straight[4] = {200, 100, 50, 0};
+    png_image raw{};
+    raw.version = PNG_IMAGE_VERSION;
+    raw.width = raw.height = 1;
+    raw.format = PNG_FORMAT_RGBA;
+    png_alloc_size_t size = 0;
+    ASSERT_TRUE(png_image_write_to_memory(&raw, nullptr, &size, 0, straight, 0, nullptr));
+    std::vector<std::uint8_t> file(size);
+    ASSERT_TRUE(png_image_write_to_memory(&raw, file.data(), &size, 0, straight, 0, nullptr));
+    auto clear = codec.decodePng(file.data(), size);
+    ASSERT_NE(clear, nullptr);
+    EXPECT_EQ(std::vector<std::uint8_t>(clear->data, clear->data + 4), std::vector<std::uint8_t>(4, 0));
 }
 
 TEST(PngCodec, RefusesWhatIsNotAReadablePng) {
