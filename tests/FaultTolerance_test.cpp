@@ -310,3 +310,26 @@ TEST(Faults, AFullDiskKeepsTheStoreWholeAndRecordingsEndingOnACompleteLine) {
     // With room again, recording works as before.
     EXPECT_TRUE(DataManager::insertPlaySettings(settingsFor("after.lua", 1)));
 }
+
+// Regression: a stop between the runner checking its flag and the chunk starting was lost.
+TEST(Faults, AStopThatComesJustBeforeAPassStartsEndsThatPass) {
+    // The runner looked at its flag, the user stopped, then the chunk starts: the stop must hold.
+    RuntimeDevice device;
+    writeFile(device.map("/Applications/Tactora.app/Extensions.lua"), "");
+    std::atomic<bool> playing{true};
+    LuaBridge bridge;
+    bridge.keepRunningWhile([&] { return playing.load(); });
+    playing = false;
+    bridge.stopLuaRunning();
+    auto endless = std::async(std::launch::async, [&] { bridge.runLuaString("while true do end"); });
+    const bool ended = endless.wait_for(std::chrono::seconds(5)) == std::future_status::ready;
+    if (!ended) bridge.stopLuaRunning();  // let the test end either way
+    endless.wait();
+    EXPECT_TRUE(ended) << "the stop was lost";
+    playing = true;
+    bridge.runLuaString("done = 1");
+    lua_getglobal(bridge.state(), "done");
+    EXPECT_EQ(lua_tointeger(bridge.state(), -1), 1) << "once playing again, runs run";
+    lua_pop(bridge.state(), 1);
+    EXPECT_EQ(device.log(), "");
+}

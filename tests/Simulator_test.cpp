@@ -189,3 +189,17 @@ TEST(Simulator, AScriptsTouchesInTheTraceSwitchScreensAndPressingHomeGoesBack) {
         std::this_thread::sleep_for(std::chrono::milliseconds(10));
     EXPECT_EQ(sim.scene->currentScreen(), "home");
 }
+
+// Regression (found by fuzz_sim_api): a touch lacking its fields read past the request body.
+TEST(Simulator, ATouchWithoutItsFieldsIsRefusedNotReadPastTheBody) {
+    RunningSimulator sim;
+    for (const char* body : {R"({"phase":"down","touches":[{}]})", R"({"phase":"down","touches":[{"finger":1,"x":2}]})",
+                             R"({"phase":"up","touches":[{"x":1,"y":2}]})", R"({"phase":"down","touches":[7]})",
+                             R"({"phase":"down","touches":[{"finger":18446744073709551615,"x":1,"y":2}]})",
+                             R"({"phase":"down","touches":[{"finger":-4294967295,"x":1,"y":2}]})"}) {
+        auto [status, answer] = sim.server.answerPost("touch", body);
+        EXPECT_EQ(status, 400) << body;
+        EXPECT_TRUE(answer["error"].is_string()) << body;
+    }
+    EXPECT_EQ(sim.scene->currentScreen(), "home");
+}
