@@ -107,3 +107,21 @@ TEST(Recorder, TakesEventsFromTheSourceOnlyWhileRecording) {
               "CREATETIME=\"2014-05-01 13:45:11\";\nSCREEN_RESOLUTION=\"320x568\";\n"
               "homeButtonDown();\nusleep(100.00);\nhomeButtonUp();\n");
 }
+
+TEST(Recorder, AFingerFarOffTheScreenStillWritesCompleteLines) {
+    // 1e300 of a 320-point screen prints as over 300 digits; the line must not be cut short.
+    const std::string lines =
+        recordedLines(fingers(0, {{3, 1, touchChanged, 1e300, -1e300}, {4, 1, moved, 0.5, 0.5}}), 320, 568);
+    const std::string start = "\ntouchDown(3, ";
+    const std::string move = "touchMove(4, 160.0, 284.0);\n";
+    ASSERT_EQ(lines.rfind(start, 0), 0u) << lines;
+    ASSERT_GT(lines.size(), 600u);
+    ASSERT_EQ(lines.substr(lines.size() - move.size()), move);
+    const std::string down = lines.substr(start.size(), lines.size() - move.size() - start.size());
+    ASSERT_EQ(down.substr(down.size() - 3), ");\n");
+    const std::size_t comma = down.find(", ");
+    ASSERT_NE(comma, std::string::npos);
+    // Every digit is there: the numbers read back as the products exactly.
+    EXPECT_EQ(std::strtod(down.substr(0, comma).c_str(), nullptr), 1e300 * 320.0);
+    EXPECT_EQ(std::strtod(down.substr(comma + 2).c_str(), nullptr), -1e300 * 568.0);
+}
