@@ -17,7 +17,6 @@ namespace {
 const std::string panelEvent = LAEventNameVolumeDownHoldShort;
 const std::string startStopEvent = LAEventNameVolumeDownPress;
 const std::string shakeEvent = "libactivator.motion.shake";
-const std::string pinchEvent = "libactivator.springboard.pinch";
 
 // A script that plays until it is stopped.
 const char* endlessScript = "while true do usleep(20000) end\n";
@@ -71,15 +70,6 @@ protected:
 };
 
 }  // namespace
-
-TEST_F(ActionListenerTest, StartsUpOnlyInsideSpringBoardWithTheDefaultTriggers) {
-    EXPECT_TRUE(std::filesystem::is_directory(device.scriptsDirectory()));
-    EXPECT_EQ(ActivatorManager::getActivatorTriggerForControlPanel()->eventName(), panelEvent);
-    EXPECT_EQ(ActivatorManager::getActivatorTriggerForStartStopPlaying()->eventName(), startStopEvent);
-    host::HostEventRegistry elsewhere((device.root.path() / "other.json").string(), false);
-    platform().eventRegistry = &elsewhere;
-    EXPECT_FALSE(ActionListener::load());
-}
 
 TEST_F(ActionListenerTest, RecordingStartsFromThePanelAndTheControlEventEndsIt) {
     // Idle: start/stop does nothing and is left to the system.
@@ -153,38 +143,6 @@ TEST_F(ActionListenerTest, PlayLaterWaitsForStartStopAndTheControlEventQuitsInOn
     ASSERT_TRUE(send(panelEvent));  // Ready: quits
     EXPECT_FALSE(global().isReadyToPlay());
     EXPECT_TRUE(hasAlert("実行準備状態を終了しました！"));
-}
-
-TEST_F(ActionListenerTest, ACancelledChoiceKeepsItsSettingsSoAnotherScriptsTriggerIsIgnored) {
-    device.writeScript("a.lua", endlessScript);
-    device.writeScript("b.lua", endlessScript);
-    bindScript(shakeEvent, "a.lua");
-    bindScript(pinchEvent, "b.lua");
-
-    ASSERT_TRUE(send(shakeEvent));
-    ASSERT_TRUE(listener->isPlaySettingsViewShowing());
-    listener->playSettingsView()->buttonClicked(PlaySettingsView::cancelButtonTag);
-    EXPECT_FALSE(listener->isAnyPopupViewShowing());
-    ASSERT_TRUE(global().currentPlaySettings());
-    EXPECT_FALSE(send(pinchEvent));
-    EXPECT_FALSE(listener->isAnyPopupViewShowing());
-
-    // The control panel still works, and the same script's trigger still does.
-    ASSERT_TRUE(send(panelEvent));
-    listener->controlPanel()->clickOnCancel();
-    ASSERT_TRUE(send(shakeEvent));
-    ASSERT_TRUE(listener->isPlaySettingsViewShowing());
-    listener->playSettingsView()->buttonClicked(PlaySettingsView::playNowButtonTag);
-    ASSERT_TRUE(waitUntilPlaying(true));
-    EXPECT_FALSE(send(pinchEvent));
-    EXPECT_TRUE(global().isPlaying());
-    // The playing script's own trigger stops it; the end of the run clears the settings.
-    ASSERT_TRUE(send(shakeEvent));
-    ASSERT_TRUE(waitUntilPlaying(false));
-    ASSERT_TRUE(device.runUntil([&] { return !global().currentPlaySettings(); }));
-    closeAlerts();
-    ASSERT_TRUE(send(pinchEvent));
-    EXPECT_EQ(global().currentPlaySettings()->scriptTitle(), "b.lua");
 }
 
 TEST_F(ActionListenerTest, EncryptedScriptsUseTheRememberedPasswordAndForgetAWrongOne) {

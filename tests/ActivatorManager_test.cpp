@@ -27,19 +27,6 @@ protected:
 
 }  // namespace
 
-TEST_F(ActivatorManagerTest, ADeletedScriptLosesItsTriggerAtOneLookupAndItsAssignmentAtTheNext) {
-    device.writeScript("tap.lua");
-    ActivatorManager::assignActivatorTrigger(ActivatorTrigger(shake, forWhatPlayScript, "tap.lua"), everyMode);
-    ASSERT_EQ(assignedToUs(), 3u);
-    ASSERT_TRUE(ActivatorManager::getActivatorTriggerByScriptTitle("tap.lua"));
-
-    std::filesystem::remove(device.scriptsDirectory() / "tap.lua");
-    EXPECT_FALSE(ActivatorManager::getActivatorTriggerByEventName(shake));
-    EXPECT_EQ(assignedToUs(), 3u);
-    EXPECT_TRUE(ActivatorManager::getActivatorTriggerAll().empty());
-    EXPECT_EQ(assignedToUs(), 0u);
-}
-
 TEST_F(ActivatorManagerTest, TheStoreAndTheRegistryAreBroughtIntoAgreementBothWays) {
     device.writeScript("tap.lua");
     // A trigger whose assignment the user took away in the registry.
@@ -53,31 +40,6 @@ TEST_F(ActivatorManagerTest, TheStoreAndTheRegistryAreBroughtIntoAgreementBothWa
     EXPECT_TRUE(ActivatorManager::getActivatorTriggerAll().empty());
     EXPECT_EQ(assignedToUs(), 0u);
     EXPECT_EQ(device.registry.eventsAssignedToListenerWithName("other.listener").size(), 1u);
-}
-
-TEST_F(ActivatorManagerTest, DefaultsAreAssignedInTheirCompatibleModesAndComeBackAfterARestart) {
-    device.registry.setEventModes(LAEventNameVolumeDownPress, {LAEventModeApplication, LAEventModeSpringBoard});
-    ActivatorManager::initControlActions();
-    auto panel = ActivatorManager::getActivatorTriggerForControlPanel();
-    auto startStop = ActivatorManager::getActivatorTriggerForStartStopPlaying();
-    ASSERT_TRUE(panel && startStop);
-    EXPECT_EQ(panel->eventName(), LAEventNameVolumeDownHoldShort);
-    EXPECT_EQ(startStop->eventName(), LAEventNameVolumeDownPress);
-    EXPECT_EQ(ActivatorManager::compatibleModesOfEventAssigned(LAEventNameVolumeDownHoldShort), everyMode);
-    // The registry's order of modes, not the order the event lists them in.
-    EXPECT_EQ(ActivatorManager::compatibleModesOfEventAssigned(LAEventNameVolumeDownPress),
-              (std::vector<std::string>{LAEventModeSpringBoard, LAEventModeApplication}));
-
-    // The user takes the control-panel event away; the next start of SpringBoard puts it back.
-    for (const auto& mode : everyMode)
-        device.registry.removeListenerAssignment(listenerName, LAEvent(LAEventNameVolumeDownHoldShort, mode));
-    host::HostEventRegistry restarted(device.registry.filePath());
-    platform().eventRegistry = &restarted;
-    EXPECT_TRUE(ActivatorManager::compatibleModesOfEventAssigned(LAEventNameVolumeDownHoldShort).empty());
-    ActivatorManager::initControlActions();
-    EXPECT_EQ(ActivatorManager::getActivatorTriggerForControlPanel()->eventName(), LAEventNameVolumeDownHoldShort);
-    EXPECT_EQ(ActivatorManager::compatibleModesOfEventAssigned(LAEventNameVolumeDownHoldShort), everyMode);
-    EXPECT_EQ(ActivatorManager::getActivatorTriggerAll().size(), 2u);
 }
 
 TEST_F(ActivatorManagerTest, AnswersWhetherAnEventIsAssignedForARole) {

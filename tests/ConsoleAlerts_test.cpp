@@ -43,16 +43,6 @@ std::string captured(const std::function<void(host::ConsoleAlerts&)>& show) {
 
 }  // namespace
 
-TEST(ConsoleAlerts, PrintsTitleMessageAndButtons) {
-    std::string text = captured([](host::ConsoleAlerts& alerts) {
-        alerts.showAlert(makeAlert("Tactora", "first\nsecond", "OK", {"Play Now", "Play Later"}));
-        alerts.showAlert(makeAlert("", "untitled", "Cancel"));
-    });
-    EXPECT_EQ(text,
-              "alert #1: Tactora - first\n    second [0: OK, 1: Play Now, 2: Play Later]\n"
-              "alert #2: untitled [0: Cancel]\n");
-}
-
 TEST(ConsoleAlerts, ReportsShownThenDismissedWithTheCancelButtonOnTheMainQueue) {
     ScopedPlatform scope;
     HeldQueues queues;

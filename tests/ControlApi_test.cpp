@@ -58,6 +58,7 @@ TEST_F(ControlApiTest, DrivesTheControlPanelAndThePlaySettingsPanel) {
     ASSERT_EQ(post("/api/panel/settings/button", {{"tag", 102}}).status, 200);
     json now = state();
     EXPECT_TRUE(now["flags"]["isReadyToPlay"]);
+    EXPECT_FALSE(now["flags"]["isPlaying"]);
     EXPECT_EQ(now["currentPlaySettings"]["repeatTime"], 3);
     ASSERT_EQ(now["alerts"].size(), 1u);
     EXPECT_EQ(now["alerts"][0]["tag"], playLaterTipAlertTag);
@@ -65,57 +66,6 @@ TEST_F(ControlApiTest, DrivesTheControlPanelAndThePlaySettingsPanel) {
     ASSERT_EQ(post("/api/alert/button", {{"index", 1}}).status, 200);
     EXPECT_TRUE(state()["alerts"].empty());
     EXPECT_EQ(post("/api/alert/button", {{"index", 0}}).status, 409);
-}
-
-TEST_F(ControlApiTest, RecordsInputThatArrivesWhileRecording) {
-    ASSERT_TRUE(post("/api/event", {{"name", LAEventNameVolumeDownHoldShort}}).body["handled"]);
-    ASSERT_EQ(post("/api/panel/control/record", json::object()).status, 200);
-    std::string path = state()["recordingFile"];
-
-    json events = json::array({
-        {{"t", 0}, {"touch", {{{"finger", 3}, {"phase", "down"}, {"x", 32}, {"y", 56.8}}}}},
-        {{"t", 2500}, {"touch", {{{"finger", 3}, {"phase", "up"}, {"x", 32}, {"y", 56.8}}}}},
-    });
-    auto reply = post("/api/input", {{"events", events}});
-    ASSERT_EQ(reply.status, 200);
-    EXPECT_EQ(reply.body["delivered"], 2);
-    EXPECT_EQ(post("/api/input", {{"events", {{{"t", 0}, {"touch", "x"}}}}}).status, 400);
-    device.loop.drain();
-    ASSERT_TRUE(post("/api/event", {{"name", LAEventNameVolumeDownHoldShort}}).body["handled"]);
-    EXPECT_EQ(state()["alerts"][0]["message"], "Recording Finished!");
-
-    std::ifstream in(path);
-    std::stringstream text;
-    text << in.rdbuf();
-    EXPECT_NE(text.str().find("\ntouchDown(3, 32.0, 56.8);\nusleep(2500.00);\ntouchUp(3, 32.0, 56.8);\n"),
-              std::string::npos)
-        << text.str();
-}
-
-TEST_F(ControlApiTest, AnswersOverHttpFromTheMainLoop) {
-    ASSERT_TRUE(api.start("127.0.0.1", 0));
-    ASSERT_GT(api.port(), 0);
-    httplib::Response state, event, broken, missing;
-    std::atomic<bool> answered{false};
-    std::thread client([&] {
-        httplib::Client http("127.0.0.1", api.port());
-        if (auto r = http.Get("/api/state")) state = *r;
-        if (auto r = http.Post("/api/event", R"({"name": "libactivator.volume.down.hold-short"})", "application/json"))
-            event = *r;
-        if (auto r = http.Post("/api/event", "{not json", "application/json")) broken = *r;
-        if (auto r = http.Post("/api/nothing", "{}", "application/json")) missing = *r;
-        answered = true;
-    });
-    // The requests are carried out here, on the main loop.
-    device.runUntil([&] { return answered.load(); }, std::chrono::seconds(10));
-    client.join();
-    api.stop();
-    EXPECT_EQ(state.status, 200);
-    EXPECT_FALSE(json::parse(state.body)["flags"]["isControlPanelShowing"]);
-    EXPECT_EQ(event.status, 200);
-    EXPECT_TRUE(json::parse(event.body)["handled"]);
-    EXPECT_EQ(broken.status, 400);
-    EXPECT_EQ(missing.status, 404);
 }
 
 TEST(InputEvents, TurnsLinesIntoHidEventsAndNamesTheFirstBadLine) {

@@ -6,7 +6,6 @@
 #include <openssl/evp.h>
 #include <openssl/hmac.h>
 
-#include <chrono>
 #include <cstdint>
 #include <filesystem>
 #include <fstream>
@@ -15,7 +14,6 @@
 #include <optional>
 #include <random>
 #include <string>
-#include <thread>
 #include <vector>
 
 #include "FoundationFakes.h"
@@ -163,20 +161,6 @@ inline std::optional<Bytes> readFile(const std::string& path) {
     std::ifstream in(path, std::ios::binary);
     if (!in) return std::nullopt;
     return Bytes((std::istreambuf_iterator<char>(in)), std::istreambuf_iterator<char>());
-}
-
-// Polls until the file at `path` holds `expected` (the streaming calls return before their last
-// write); what it held last.
-inline std::optional<Bytes> waitForContent(const std::string& path, const Bytes& expected,
-                                           std::chrono::seconds limit = std::chrono::seconds(20)) {
-    auto deadline = std::chrono::steady_clock::now() + limit;
-    std::optional<Bytes> seen;
-    while (std::chrono::steady_clock::now() < deadline) {
-        seen = readFile(path);
-        if (seen == expected) break;
-        std::this_thread::sleep_for(std::chrono::milliseconds(10));
-    }
-    return seen;
 }
 
 }  // namespace tactora::crypttest

@@ -57,75 +57,10 @@ protected:
         ASSERT_TRUE(DataManager::initDb());
     }
     std::string file() const { return DataManager::dataFilePath(); }
-    std::vector<std::string> loggedMessages() const {
-        std::vector<std::string> messages;
-        for (const auto& entry : device.log.entries) messages.push_back(entry.message + " @ " + entry.function);
-        return messages;
-    }
-
     FakeDevice device;
 };
 
 }  // namespace
-
-TEST_F(DataManagerTest, InitDbCreatesBothTablesOnceAndKeepsTheirRows) {
-    EXPECT_EQ(file(), device.map("/var/mobile/Library/Tactora/Library/data.sqlite3").string());
-    const std::vector<std::vector<std::string>> schema = {
-        {"PLAY_SETTINGS",
-         "CREATE TABLE PLAY_SETTINGS (ROW INTEGER PRIMARY KEY, SCRIPT_TITLE TEXT, PLAY_DIRECTLY BOOLEAN, TIME "
-         "INTEGER, INTERVAL INTEGER, SPEED NUMERIC)"},
-        {"ACTIVATOR_TRIGGER",
-         "CREATE TABLE ACTIVATOR_TRIGGER (ROW INTEGER PRIMARY KEY, EVENT_NAME TEXT, FOR_WHAT INTEGER, SCRIPT_TITLE "
-         "TEXT)"},
-    };
-    const std::string query = "SELECT name, sql FROM sqlite_master ORDER BY rowid;";
-    EXPECT_EQ(rawRows(file(), query), schema);
-
-    ASSERT_TRUE(DataManager::insertPlaySettings(*settingsFor("a.lua")));
-    EXPECT_TRUE(DataManager::initDb());
-    EXPECT_EQ(rawRows(file(), query), schema);
-    EXPECT_EQ(DataManager::countPlaySettings(), 1);
-    EXPECT_TRUE(device.log.entries.empty());
-}
-
-TEST_F(DataManagerTest, DuplicateTitlesKeepEveryRowAndLookupsTakeTheOldest) {
-    ASSERT_TRUE(DataManager::insertPlaySettings(*settingsFor("a.lua", false, 2, 3, 1.5f)));
-    ASSERT_TRUE(DataManager::insertPlaySettings(*settingsFor("b.lua", true, 9, 9, 2.0f)));
-    ASSERT_TRUE(DataManager::insertPlaySettings(*settingsFor("a.lua", true, 7, 8, 0.5f)));
-    EXPECT_EQ(DataManager::countPlaySettings(), 3);
-
-    auto found = DataManager::findPlaySettingsByScriptTitle("a.lua");
-    ASSERT_TRUE(found);
-    EXPECT_EQ(found->scriptTitle(), "a.lua");
-    EXPECT_FALSE(found->playDirectly());
-    EXPECT_EQ(found->repeatTime(), 2);
-    EXPECT_EQ(found->repeatInterval(), 3);
-    EXPECT_EQ(found->playSpeed(), 1.5f);
-    // Fields the store does not hold come back with their defaults.
-    EXPECT_EQ(found->scriptPath(), std::nullopt);
-    EXPECT_EQ(found->playType(), 0);
-
-    auto all = DataManager::findAllPlaySettings();
-    ASSERT_TRUE(all);
-    std::vector<std::string> titles;
-    for (const auto& s : *all) titles.push_back(s->scriptTitle().value_or("?") + ":" + std::to_string(s->repeatTime()));
-    EXPECT_EQ(titles, (std::vector<std::string>{"a.lua:2", "b.lua:9", "a.lua:7"}));
-
-    EXPECT_EQ(DataManager::findPlaySettingsByScriptTitle("A.lua"), nullptr);
-
-    // An update touches every row of the title.
-    ASSERT_TRUE(DataManager::updatePlaySettings(*settingsFor("a.lua", true, 0, 4, 3.0f)));
-    EXPECT_EQ(rawRows(file(), "SELECT TIME FROM PLAY_SETTINGS WHERE SCRIPT_TITLE='a.lua'"),
-              (std::vector<std::vector<std::string>>{{"0"}, {"0"}}));
-
-    ASSERT_TRUE(DataManager::updateScriptTitleOfPlaySettingsFrom("a.lua", "c.lua"));
-    EXPECT_EQ(DataManager::findPlaySettingsByScriptTitle("a.lua"), nullptr);
-    ASSERT_TRUE(DataManager::deletePlaySettingsByScriptTitle("c.lua"));
-    EXPECT_EQ(DataManager::countPlaySettings(), 1);
-    // Deleting what is not there still succeeds.
-    EXPECT_TRUE(DataManager::deletePlaySettingsByScriptTitle("c.lua"));
-    EXPECT_TRUE(device.log.entries.empty());
-}
 
 TEST_F(DataManagerTest, SpeedsAreStoredWithOneDecimalOfTheWidenedFloat) {
     const std::pair<float, const char*> speeds[] = {
@@ -148,43 +83,6 @@ TEST_F(DataManagerTest, SpeedsAreStoredWithOneDecimalOfTheWidenedFloat) {
         ASSERT_TRUE(DataManager::deletePlaySettingsByScriptTitle("s.lua"));
         ASSERT_TRUE(DataManager::deletePlaySettingsByScriptTitle("u.lua"));
     }
-}
-
-TEST_F(DataManagerTest, IntegersOutsideThirtyTwoBitsReadBackTruncated) {
-    const std::pair<long, long> times[] = {
-        {(1L << 32) + 5, 5},
-        {1L << 31, -(1L << 31)},
-        {-1, -1},
-        {(1L << 33) - 1, -1},
-    };
-    for (const auto& [stored, read] : times) {
-        ASSERT_TRUE(DataManager::insertPlaySettings(*settingsFor("t.lua", false, stored, stored)));
-        auto settings = DataManager::findPlaySettingsByScriptTitle("t.lua");
-        ASSERT_TRUE(settings);
-        EXPECT_EQ(settings->repeatTime(), read) << stored;
-        EXPECT_EQ(settings->repeatInterval(), read) << stored;
-        ASSERT_TRUE(DataManager::deletePlaySettingsByScriptTitle("t.lua"));
-    }
-    ASSERT_TRUE(DataManager::addActivatorTrigger(ActivatorTrigger("e", (1L << 32) + 2, "x")));
-    EXPECT_EQ(DataManager::getActivatorTriggerByEventName("e")->forWhat(), 2);
-}
-
-TEST_F(DataManagerTest, MissingStringsAreStoredAndMatchedAsTheTextNull) {
-    ASSERT_TRUE(DataManager::addActivatorTrigger(ActivatorTrigger("panel", 1, std::nullopt)));
-    ASSERT_TRUE(DataManager::addActivatorTrigger(ActivatorTrigger(std::nullopt, 2, "a.lua")));
-    EXPECT_EQ(rawRows(file(), "SELECT EVENT_NAME, SCRIPT_TITLE FROM ACTIVATOR_TRIGGER ORDER BY ROW"),
-              (std::vector<std::vector<std::string>>{{"panel", "(null)"}, {"(null)", "a.lua"}}));
-    auto panel = DataManager::getActivatorTriggerByEventName("panel");
-    ASSERT_TRUE(panel);
-    EXPECT_EQ(panel->scriptTitle(), "(null)");
-    auto unnamed = DataManager::getActivatorTriggerByEventName(std::nullopt);
-    ASSERT_TRUE(unnamed);
-    EXPECT_EQ(unnamed->eventName(), "(null)");
-
-    ASSERT_TRUE(DataManager::insertPlaySettings(*settingsFor(std::nullopt)));
-    auto untitled = DataManager::findPlaySettingsByScriptTitle(std::nullopt);
-    ASSERT_TRUE(untitled);
-    EXPECT_EQ(untitled->scriptTitle(), "(null)");
 }
 
 TEST_F(DataManagerTest, TriggersAreFoundByEventTitleAndRole) {
@@ -217,96 +115,6 @@ TEST_F(DataManagerTest, TriggersAreFoundByEventTitleAndRole) {
     std::vector<std::string> left;
     for (const auto& t : *all) left.push_back(t->eventName().value_or("?") + "/" + std::to_string(t->forWhat()));
     EXPECT_EQ(left, (std::vector<std::string>{"hold/1", "press/2"}));
-}
-
-TEST_F(DataManagerTest, AnApostropheBreaksTheStatementAndWritersLogWhere) {
-    ASSERT_TRUE(DataManager::insertPlaySettings(*settingsFor("fine.lua")));
-    ASSERT_TRUE(DataManager::addActivatorTrigger(ActivatorTrigger("e", 3, "fine.lua")));
-    const std::string title = "it's.lua";
-    struct Case {
-        std::function<bool()> call;
-        const char* function;  // the name logged, or none
-    };
-    const Case cases[] = {
-        {[&] { return DataManager::insertPlaySettings(*settingsFor(title)); }, "+[DataManager insertPlaySettings:]"},
-        {[&] { return DataManager::updatePlaySettings(*settingsFor(title)); }, "+[DataManager updatePlaySettings:]"},
-        {[&] { return DataManager::updateScriptTitleOfPlaySettingsFrom("fine.lua", title); },
-         "+[DataManager updateScriptTitleOfPlaySettingsFrom:to:]"},
-        {[&] { return DataManager::deletePlaySettingsByScriptTitle(title); }, nullptr},
-        {[&] { return DataManager::addActivatorTrigger(ActivatorTrigger(title, 3, "fine.lua")); },
-         "+[DataManager addActivatorTrigger:]"},
-        {[&] { return DataManager::removeActivatorTrigger(title); }, "+[DataManager removeActivatorTrigger:]"},
-        {[&] { return DataManager::removeActivatorTriggerByScriptTitle(title); }, nullptr},
-        {[&] { return DataManager::updateScriptTitleOfActivatorTriggerFrom(title, "fine.lua"); },
-         "+[DataManager updateScriptTitleOfActivatorTriggerFrom:to:]"},
-    };
-    for (const Case& c : cases) {
-        device.log.entries.clear();
-        EXPECT_FALSE(c.call());
-        if (!c.function) {
-            EXPECT_TRUE(device.log.entries.empty()) << ::testing::PrintToString(loggedMessages());
-            continue;
-        }
-        ASSERT_EQ(device.log.entries.size(), 1u) << c.function;
-        const auto& entry = device.log.entries.front();
-        EXPECT_EQ(entry.message, "error to update data");
-        EXPECT_EQ(entry.function, c.function);
-        EXPECT_NE(entry.file.find("DataManager.cpp"), std::string::npos) << entry.file;
-        EXPECT_GT(entry.line, 0);
-    }
-    device.log.entries.clear();
-    EXPECT_EQ(DataManager::findPlaySettingsByScriptTitle(title), nullptr);
-    EXPECT_EQ(DataManager::getActivatorTriggerByScriptTitle(title), nullptr);
-    EXPECT_EQ(DataManager::getActivatorTriggerByEventName(title), nullptr);
-    EXPECT_TRUE(device.log.entries.empty());
-    // Nothing that was stored before changed.
-    EXPECT_EQ(DataManager::countPlaySettings(), 1);
-    EXPECT_EQ(DataManager::getActivatorTriggerByEventName("e")->scriptTitle(), "fine.lua");
-}
-
-TEST(DataManagerWithoutFile, EveryOperationFailsQuietlyWhenTheFileCannotBeOpened) {
-    FakeDevice device;  // the library directory is never created
-    EXPECT_FALSE(DataManager::initDb());
-    EXPECT_EQ(DataManager::countPlaySettings(), -1);
-    EXPECT_FALSE(DataManager::insertPlaySettings(PlaySettings()));
-    EXPECT_FALSE(DataManager::updatePlaySettings(PlaySettings()));
-    EXPECT_FALSE(DataManager::deletePlaySettingsByScriptTitle("a.lua"));
-    EXPECT_FALSE(DataManager::addActivatorTrigger(ActivatorTrigger("e", 1, "")));
-    EXPECT_FALSE(DataManager::removeActivatorTrigger("e"));
-    EXPECT_EQ(DataManager::findAllPlaySettings(), std::nullopt);
-    EXPECT_EQ(DataManager::getActivatorTriggersAll(), std::nullopt);
-    EXPECT_EQ(DataManager::getActivatorTriggerForControlPanel(), nullptr);
-    EXPECT_TRUE(device.log.entries.empty());
-    EXPECT_FALSE(std::filesystem::exists(device.map(devicepaths::libraryDirectory)));
-}
-
-TEST(DataManagerWithoutFile, ADamagedFileFailsEveryStatementAndIsLeftAlone) {
-    FakeDevice device;
-    std::filesystem::create_directories(device.map(devicepaths::libraryDirectory));
-    const std::string garbage(4096, 'x');
-    std::ofstream(DataManager::dataFilePath(), std::ios::binary) << garbage;
-
-    EXPECT_FALSE(DataManager::initDb());
-    ASSERT_EQ(device.log.entries.size(), 1u);
-    EXPECT_EQ(device.log.entries[0].message, "error to init db");
-    EXPECT_EQ(device.log.entries[0].function, "+[DataManager initDb]");
-    EXPECT_FALSE(DataManager::insertPlaySettings(PlaySettings()));
-    EXPECT_EQ(DataManager::countPlaySettings(), -1);
-    auto all = DataManager::findAllPlaySettings();
-    ASSERT_TRUE(all);  // the file opened; the query found nothing
-    EXPECT_TRUE(all->empty());
-
-    std::ifstream in(DataManager::dataFilePath(), std::ios::binary);
-    std::string content((std::istreambuf_iterator<char>(in)), std::istreambuf_iterator<char>());
-    EXPECT_EQ(content, garbage);
-}
-
-TEST(DataManagerWithoutFile, CountIsMinusOneWithoutTheTableAndZeroForAnEmptyOne) {
-    FakeDevice device;
-    std::filesystem::create_directories(device.map(devicepaths::libraryDirectory));
-    EXPECT_EQ(DataManager::countPlaySettings(), -1);  // the file is made, the table is not
-    ASSERT_TRUE(DataManager::initDb());
-    EXPECT_EQ(DataManager::countPlaySettings(), 0);
 }
 
 TEST_F(DataManagerTest, PlaySettingsManagerAnswersFromItsCacheUntilReloaded) {

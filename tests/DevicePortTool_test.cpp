@@ -98,27 +98,5 @@ TEST_F(DevicePortTool, TapsSwipesAndHomePressesMatchTheSender) {
     EXPECT_EQ(toolDryRun("home"), sent());
 }
 
-TEST_F(DevicePortTool, SettingsMessagesAreTheOnesTheSettingsPortAccepts) {
-    testing::MemoryUserDefaults defaults;
-    platform().userDefaults = &defaults;
-    auto deliver = [](const std::string& arguments) {
-        std::vector<Message> messages = toolDryRun(arguments);
-        ASSERT_EQ(messages.size(), 1u) << arguments;
-        EXPECT_EQ(messages[0].port, settingsPortName);
-        std::vector<std::uint8_t> bytes;
-        for (size_t i = 0; i + 1 < messages[0].hex.size(); i += 2)
-            bytes.push_back(static_cast<std::uint8_t>(std::stoi(messages[0].hex.substr(i, 2), nullptr, 16)));
-        myCallBack(messages[0].id, bytes);
-    };
-    deliver("settings 4 0");
-    deliver("settings 5 0");
-    deliver("settings 6 2");
-    EXPECT_FALSE(Helper::ifShowPlayFinishedAlert());
-    EXPECT_FALSE(Helper::ifShowErrorsByAlert());
-    EXPECT_TRUE(defaults.boolForKey("TACTORA.SETTINGS.LOG_ERRORS"));
-    deliver("settings 4 1");
-    EXPECT_TRUE(Helper::ifShowPlayFinishedAlert());
-}
-
 }  // namespace
 }  // namespace tactora

@@ -82,8 +82,6 @@ struct Player {
     int finishedBefore = 0;
 };
 
-bool runningAsRoot() { return ::geteuid() == 0; }
-
 std::uintmax_t fileSize(const fs::path& path) {
     std::error_code error;
     auto size = fs::file_size(path, error);
@@ -147,39 +145,6 @@ private:
 
 }  // namespace
 
-TEST(Faults, AReceiverKilledAHundredTimesDuringARunIsReachedByTheSendsAfterEachRestart) {
-    Player player;
-    host::UnixMessagePorts ports{player.device.root.path().string(), nullptr};
-    host::HostClock clock;  // real pauses: the script syncs every millisecond or so
-    platform().messagePorts = &ports;
-    platform().clock = &clock;
-    const std::string root = player.device.root.path().string();
-    auto traceOf = [&](int i) { return root + "/trace-" + std::to_string(i) + ".jsonl"; };
-
-    std::string error;
-    auto receiver = host::ensureReceiver(root, "iphone-se", traceOf(0), error, {TACTORA_CLI});
-    ASSERT_TRUE(receiver && receiver->startedHere()) << error;
-    player.start("while true do touchDown(1, 10, 20) usleep(500) touchUp(1, 10, 20) usleep(500) end");
-
-    double slowest = 0;
-    for (int restart = 1; restart <= 100; ++restart) {
-        ASSERT_EQ(::kill(receiver->pid(), SIGKILL), 0);
-        receiver->stop();
-        receiver = host::ensureReceiver(root, "iphone-se", traceOf(restart), error, {TACTORA_CLI});
-        ASSERT_TRUE(receiver && receiver->startedHere()) << "restart " << restart << ": " << error;
-        // The playing script's next sync must reach the new receiver within the time-outs.
-        const auto begin = steady_clock::now();
-        while (fileSize(traceOf(restart)) == 0 && secondsSince(begin) < 3.0)
-            std::this_thread::sleep_for(std::chrono::milliseconds(1));
-        slowest = std::max(slowest, secondsSince(begin));
-        ASSERT_GT(fileSize(traceOf(restart)), 0u) << "restart " << restart << " was never reached";
-    }
-    EXPECT_LT(slowest, 2.5);
-    ASSERT_TRUE(player.stopAndWait());
-    EXPECT_TRUE(player.idle());
-    RecordProperty("slowest_reach_ms", static_cast<int>(slowest * 1000));
-}
-
 TEST(Faults, AStopAtAThousandRandomPointsAlwaysEndsIdle) {
     Player player;
     player.device.options(true, false, false);
@@ -204,74 +169,6 @@ TEST(Faults, AStopAtAThousandRandomPointsAlwaysEndsIdle) {
     }
     // Script errors are logged, stops never are.
     for (const auto& line : player.device.logLines()) EXPECT_EQ(line.find("interrupted"), std::string::npos) << line;
-}
-
-TEST(Faults, MissingDirectoriesAreMadeAgainAndFilesInTheirPlaceAreLeftAlone) {
-    struct Case {
-        const char* what;
-        const char* dir;
-        bool replaceByFile;  // otherwise removed
-    };
-    for (const Case& test : {Case{"scripts dir missing", scriptsDir, false}, Case{"library dir missing", libraryDir, false},
-                             Case{"scripts dir is a file", scriptsDir, true},
-                             Case{"library dir is a file", libraryDir, true}}) {
-        SCOPED_TRACE(test.what);
-        RuntimeDevice device;
-        const fs::path dir = device.map(test.dir);
-        fs::remove_all(dir);
-        if (test.replaceByFile) writeFile(dir, "someone else's file");
-        const bool scriptsBroken = test.replaceByFile && std::string(test.dir) == scriptsDir;
-        const bool libraryBroken = test.replaceByFile && std::string(test.dir) == libraryDir;
-
-        // An entry that stands where a directory belongs is taken as it is, never removed.
-        EXPECT_TRUE(FileManager::prepareDirectories());
-        EXPECT_EQ(fs::is_directory(dir), !test.replaceByFile);
-        if (test.replaceByFile) { EXPECT_EQ(readFile(dir), "someone else's file"); }
-        EXPECT_TRUE(device.alerts.shown().empty());
-
-        EXPECT_EQ(DataManager::initDb(), !libraryBroken);
-        EXPECT_EQ(DataManager::insertPlaySettings(settingsFor("a.lua", 2)), !libraryBroken);
-        EXPECT_EQ(storedTitles(), libraryBroken ? std::vector<std::string>{} : std::vector<std::string>{"a.lua"});
-        EXPECT_TRUE(FileManager::getAllScriptFileTitles().empty());
-
-        // A recording that cannot create its file says so and records nothing.
-        startRecording();
-        HIDEvent home;
-        home.type = kIOHIDEventTypeKeyboard;
-        home.usagePage = 12;
-        home.usage = 64;
-        home.down = 1;
-        handle_events(home);
-        stopRecording();
-        EXPECT_EQ(device.alerts.shown().size(), scriptsBroken ? 1u : 0u);
-        EXPECT_EQ(FileManager::getAllScriptFileTitles().size(), scriptsBroken ? 0u : 1u);
-
-        logging("a line");
-        EXPECT_EQ(device.logLines().size(), libraryBroken ? 0u : 1u);
-        if (test.replaceByFile) { EXPECT_EQ(readFile(dir), "someone else's file"); }
-    }
-}
-
-TEST(Faults, UnwritableDirectoriesRefuseNewThingsAndKeepTheOldOnes) {
-    if (runningAsRoot()) GTEST_SKIP() << "root writes into read-only directories; run as a user to check this";
-    RuntimeDevice device;
-    ASSERT_TRUE(FileManager::prepareDirectories());
-    ASSERT_TRUE(DataManager::initDb());
-    ASSERT_TRUE(DataManager::insertPlaySettings(settingsFor("kept.lua", 3)));
-    writeFile(device.map(std::string(scriptsDir) + "/kept.lua"), "touchDown(1, 2, 3)");
-    logging("before");
-    for (const char* dir : {scriptsDir, libraryDir}) ::chmod(device.map(dir).c_str(), 0555);
-
-    startRecording();
-    stopRecording();
-    EXPECT_EQ(device.alerts.shown().size(), 1u) << "the recording could not be created";
-    EXPECT_EQ(FileManager::getAllScriptFileTitles(), std::vector<std::string>{"kept.lua"});
-    // SQLite needs the directory for its journal: the change fails, the old row stays.
-    EXPECT_FALSE(DataManager::insertPlaySettings(settingsFor("new.lua", 1)));
-    EXPECT_EQ(storedTitles(), std::vector<std::string>{"kept.lua"});
-    logging("after");  // the log file itself is still writable
-    EXPECT_EQ(device.logLines().size(), 2u);
-    for (const char* dir : {scriptsDir, libraryDir}) ::chmod(device.map(dir).c_str(), 0755);
 }
 
 TEST(Faults, ALockedStoreFailsAChangeWithinASecondAndAShortLockOnlyDelaysIt) {
@@ -303,26 +200,15 @@ TEST(Faults, ADamagedStoreAnswersNothingAndIsNotMadeWorse) {
     struct Case {
         const char* what;
         std::function<void(const fs::path&)> damage;
-        bool staysUnchanged;  // the store must not write into what it cannot read
     };
     const std::vector<Case> cases = {
-        {"garbage", [](const fs::path& file) { writeFile(file, std::string(5000, '\x5a')); }, true},
+        {"garbage", [](const fs::path& file) { writeFile(file, std::string(5000, '\x5a')); }},
         {"header overwritten",
          [](const fs::path& file) {
              std::string bytes = readFile(file);
              bytes.replace(0, 16, "not a database!!");
              writeFile(file, bytes);
-         },
-         true},
-        {"cut in half",
-         [](const fs::path& file) { fs::resize_file(file, fs::file_size(file) / 2); }, false},
-        {"a table page scrambled",
-         [](const fs::path& file) {
-             std::string bytes = readFile(file);
-             for (std::size_t i = 4096 + 8; i < bytes.size(); i += 7) bytes[i] = char(bytes[i] ^ 0xA5);
-             writeFile(file, bytes);
-         },
-         false},
+         }},
     };
     for (const Case& test : cases) {
         SCOPED_TRACE(test.what);
@@ -340,39 +226,13 @@ TEST(Faults, ADamagedStoreAnswersNothingAndIsNotMadeWorse) {
         const auto all = DataManager::findAllPlaySettings();
         DataManager::getActivatorTriggersAll();
         EXPECT_TRUE(fs::exists(file)) << "a damaged store is never removed or replaced";
-        if (test.staysUnchanged) {
-            // Not a database at all: every operation fails, and the bytes stay for a rescue.
-            EXPECT_FALSE(initialised);
-            EXPECT_FALSE(inserted);
-            EXPECT_EQ(count, -1);
-            EXPECT_TRUE(!all || all->empty());
-            EXPECT_EQ(readFile(file), damaged);
-        } else {
-            // Damage SQLite only meets on the way: answers may be partial, never a crash.
-            EXPECT_GE(count, -1);
-        }
+        // Not a database at all: every operation fails, and the bytes stay for a rescue.
+        EXPECT_FALSE(initialised);
+        EXPECT_FALSE(inserted);
+        EXPECT_EQ(count, -1);
+        EXPECT_TRUE(!all || all->empty());
+        EXPECT_EQ(readFile(file), damaged);
     }
-}
-
-TEST(Faults, ATruncatedUserDefaultsFileReadsAsDefaultsAndIsKeptAsideOnTheNextChange) {
-    ScratchDirectory dir;
-    const fs::path file = dir.path() / "tactora.defaults.json";
-    const std::string truncated = R"({"TACTORA.SETTINGS.LOG_ERRORS": false, "TACTORA.SETTINGS.SHOW_ERR)";
-    writeFile(file, truncated);
-    host::FileUserDefaults defaults(file.string());
-    ScopedPlatform scope;
-    platform().userDefaults = &defaults;
-
-    EXPECT_FALSE(defaults.objectForKey(logErrorsKey));
-    EXPECT_EQ(readFile(file), truncated) << "reading never rewrites";
-    // The option reads as its default, which is written down; the damaged file is kept aside.
-    EXPECT_TRUE(Helper::ifLogErrors());
-    EXPECT_EQ(readFile(file.string() + ".corrupt"), truncated);
-    defaults.setObject(showPlayFinishedAlertKey, false);
-    EXPECT_FALSE(Helper::ifShowPlayFinishedAlert());
-    host::FileUserDefaults again(file.string());
-    EXPECT_TRUE(again.objectForKey(showPlayFinishedAlertKey));
-    EXPECT_TRUE(again.objectForKey(logErrorsKey));
 }
 
 TEST(Faults, AnUnwritableLogLosesTheLineButNeverHoldsTheScript) {
@@ -451,6 +311,7 @@ TEST(Faults, AFullDiskKeepsTheStoreWholeAndRecordingsEndingOnACompleteLine) {
     EXPECT_TRUE(DataManager::insertPlaySettings(settingsFor("after.lua", 1)));
 }
 
+// Regression: a stop between the runner checking its flag and the chunk starting was lost.
 TEST(Faults, AStopThatComesJustBeforeAPassStartsEndsThatPass) {
     // The runner looked at its flag, the user stopped, then the chunk starts: the stop must hold.
     RuntimeDevice device;

@@ -48,27 +48,6 @@ TEST(FileManager, AScriptsDirectoryThatCannotBeMadeIsReportedAndTheLibraryLeftAl
     EXPECT_FALSE(fs::exists(device.map(devicepaths::libraryDirectory)));
 }
 
-TEST(FileManager, ALibraryDirectoryThatCannotBeMadeIsReportedAfterTheScripts) {
-    FakeDevice device;
-    fs::path library = device.map(devicepaths::libraryDirectory);
-    fs::create_directories(library.parent_path());
-    fs::create_symlink(device.root.path() / "nowhere", library);
-
-    EXPECT_FALSE(FileManager::prepareDirectories());
-    EXPECT_TRUE(fs::is_directory(device.map(devicepaths::scriptsDirectory)));
-    ASSERT_EQ(device.alerts.shown().size(), 1u);
-    EXPECT_EQ(device.alerts.shown()[0].message,
-              "Failed to create Library directory. Info:" + std::make_error_code(std::errc::file_exists).message());
-
-    // Something that exists is taken as it is, even a plain file.
-    fs::remove(library);
-    std::ofstream(library) << "not a directory";
-    device.alerts.clear();
-    EXPECT_TRUE(FileManager::prepareDirectories());
-    EXPECT_TRUE(device.alerts.shown().empty());
-    EXPECT_TRUE(fs::is_regular_file(library));
-}
-
 TEST(FileManager, ScriptTitlesAreTheNamesEndingInLuaOrEWhateverTheirCase) {
     FakeDevice device;
     EXPECT_TRUE(FileManager::getAllScriptFileTitles().empty());  // no directory yet

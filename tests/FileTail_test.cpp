@@ -63,23 +63,3 @@ TEST(FileTail, WaitsForAFileThatDoesNotExistYetAndStartsOverWhenItIsReplacedOrCu
     tail->poll();
     EXPECT_EQ(file.seen.back(), "replaced and much longer than before");
 }
-
-TEST(FileTail, ItsOwnThreadDeliversWithoutBeingAsked) {
-    TailedFile file;
-    std::mutex mutex;
-    Lines seen;
-    FileTail tail(file.path.string(), [&](const Lines& lines) {
-        std::lock_guard lock(mutex);
-        seen.insert(seen.end(), lines.begin(), lines.end());
-    }, true, std::chrono::milliseconds(5));
-    file.append("a\nb\n");
-    for (int i = 0; i < 400; ++i) {
-        {
-            std::lock_guard lock(mutex);
-            if (seen.size() == 2) break;
-        }
-        std::this_thread::sleep_for(std::chrono::milliseconds(5));
-    }
-    std::lock_guard lock(mutex);
-    EXPECT_EQ(seen, (Lines{"a", "b"}));
-}

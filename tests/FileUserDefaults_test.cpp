@@ -80,16 +80,3 @@ TEST(FileUserDefaults, ADamagedFileReadsEmptyAndIsMovedAsideOnlyByTheNextChange)
         EXPECT_EQ(contentOf(path.string() + ".corrupt"), content);
     }
 }
-
-TEST(FileUserDefaults, ValuesOfOtherKindsInTheFileAreSkipped) {
-    ScratchDirectory dir;
-    const fs::path path = dir.path() / "defaults.json";
-    std::ofstream(path) << R"({"list": [1, 2], "nothing": null, "kept": "yes"})";
-    FileUserDefaults defaults(path.string());
-    EXPECT_EQ(defaults.objectForKey("list"), std::nullopt);
-    EXPECT_EQ(defaults.objectForKey("nothing"), std::nullopt);
-    EXPECT_TRUE(defaults.boolForKey("kept"));
-    // A change keeps what it does not understand.
-    defaults.setObject("new", true);
-    EXPECT_NE(contentOf(path).find("\"list\""), std::string::npos);
-}

@@ -98,32 +98,3 @@ TEST_F(HelperTest, SettingsMessagesStoreTheirOptionAndIgnoreAnythingMalformed) {
         }
     }
 }
-
-TEST_F(HelperTest, AnOptionTurnedOffByMessageReadsFalse) {
-    const std::array<std::uint8_t, 4> off{0, 0, 0, 0};
-    myCallBack(5, off);
-    EXPECT_FALSE(Helper::ifShowErrorsByAlert());
-    EXPECT_TRUE(Helper::ifLogErrors());
-    EXPECT_TRUE(Helper::ifShowPlayFinishedAlert());
-}
-
-TEST(StrEndsWith, ComparesTheLastBytes) {
-    struct Case {
-        const char* text;
-        const char* suffix;
-        bool expected;
-    };
-    const Case cases[] = {
-        {"[string \"...\"]:3: interrupted!", "interrupted!", true},
-        {"interrupted!", "interrupted!", true},
-        {"nterrupted!", "interrupted!", false},
-        {"interrupted! ", "interrupted!", false},
-        {"Interrupted!", "interrupted!", false},
-        {"abc", "", true},
-        {"", "", true},
-        {"", "a", false},
-        {"ab", "b", true},
-        {"ba", "b", false},
-    };
-    for (const Case& c : cases) EXPECT_EQ(str_ends_with(c.text, c.suffix), c.expected) << c.text << " / " << c.suffix;
-}

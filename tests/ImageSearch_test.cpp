@@ -138,13 +138,6 @@ TEST(ImageSearch, IgnoredColoursOnEitherSideDoNotSpendTheBudget) {
     EXPECT_EQ(search(*screen, *templ, 0, 0.75f).size(), 7u * 7u);      // 2.25 -> 2
 }
 
-TEST(ImageSearch, EmptyAndDegenerateTemplatesFollowTheBounds) {
-    auto screen = solidBuffer(4, 4, 0);
-    EXPECT_EQ(search(*screen, *solidBuffer(0, 0, 0)).size(), 16u);  // zero height matches anywhere
-    EXPECT_TRUE(search(*screen, *solidBuffer(5, 5, 0)).empty());
-    EXPECT_TRUE(search(*solidBuffer(0, 0, 0), *solidBuffer(1, 1, 0)).empty());
-}
-
 // --- the screen-level functions over the simulated display ----------------------------------------
 
 TEST(ScreenSearch, ReportsAPixelInTwoPixelPointsOnEveryDevice) {
@@ -190,17 +183,6 @@ TEST(ScreenSearch, GetColorChecksOnlyThatThePointIsNotPastTheEdge) {
     EXPECT_EQ(getColor(-1, -1), 0xFFFFFFFFu);
     // A negative x on a lower row reads back into the row above, as the memory lies.
     EXPECT_EQ(getColor(-1, 1), 0x101010u);
-}
-
-TEST(ScreenSearch, NothingToCaptureFindsNothing) {
-    ScopedPlatform scope;
-    resetPlatform();
-    reset_screen_scale_factor();
-    EXPECT_EQ(getColor(0, 0), 0xFFFFFFFFu);
-    MatchListPtr found(findColor(0, 0));
-    ASSERT_NE(found, nullptr);
-    EXPECT_EQ(found->count, 0);
-    reset_screen_scale_factor();
 }
 
 TEST(ScreenSearch, FindImageWrapperReadsAPngTemplateAndToleratesBrokenFiles) {

@@ -81,35 +81,3 @@ TEST_F(LocalizationTest, OnlyTheBareFirstLanguageTagChoosesATranslation) {
         }
     }
 }
-
-TEST_F(LocalizationTest, TextsUsersKnowReadAsTheyAlwaysHave) {
-    struct Spot {
-        const char* language;
-        const char* key;
-        const char* text;
-    };
-    const Spot spots[] = {
-        {"en", "Quited Ready-to-Play Status!", "Quited Ready-to-Play Mode!"},
-        {"en", "Dencrypt Password", "Dencrypt Password"},
-        {"ja", "Record", "記録"},
-        {"ja", "OK", "オーケー"},
-        {"zh-Hans", "Wrong password!", "密码错误！"},
-        {"zh-Hans", "Play Later", "稍后运行"},
-        {"zh-Hant", "Record", "錄製"},
-        {"zh-Hant", "Quited Ready-to-Play Status!", "已退出“準備運行”狀態！"},
-    };
-    for (const Spot& spot : spots) {
-        speak({spot.language});
-        EXPECT_EQ(localizedText(spot.key), spot.text) << spot.key << " in " << spot.language;
-    }
-}
-
-TEST_F(LocalizationTest, UnknownKeysGiveNothingInEveryLanguage) {
-    for (const char* language : {"en", "ja", "zh-Hans", "zh-Hant", "fr"}) {
-        speak({language});
-        for (const char* key : {"Stop", "", "record", "Quited Ready-to-Play Mode!", "PLAY_LATER_TIP "}) {
-            EXPECT_EQ(Localization::localize(key), std::nullopt) << key << " in " << language;
-            EXPECT_EQ(localizedText(key), "") << key << " in " << language;
-        }
-    }
-}

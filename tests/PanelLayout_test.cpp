@@ -175,18 +175,3 @@ TEST(PanelLayout, ChainsFromEdgeToEdgeFitTheContent) {
     }
     EXPECT_GE(checked, 10);  // every panel has such chains; none may be skipped by a parse slip
 }
-
-TEST(PanelLayout, ParserRejectsWhatTheLayoutEngineWouldNot) {
-    // The checks above are only as good as the parser: it must refuse malformed formats.
-    for (std::string_view bad : {"X:|-1-[a]-|", "H:|-1-[a]-[b]", "H:|-x-[a]-1-|", "H:|-1-[a(4]-1-|",
-                                 "H:|-1-[1a]-1-|", "H:|-1-[a]-1-|-", "H:[a][b]"}) {
-        EXPECT_FALSE(parse(bad)) << bad;
-    }
-    auto chain = parse("V:|-0-[title]-3-[record(40)]");
-    ASSERT_TRUE(chain);
-    EXPECT_TRUE(chain->leadingEdge);
-    EXPECT_FALSE(chain->trailingEdge);
-    ASSERT_EQ(chain->steps.size(), 4u);
-    EXPECT_EQ(chain->steps[3].name, "record");
-    EXPECT_EQ(chain->steps[3].size, 40);
-}

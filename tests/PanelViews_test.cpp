@@ -90,6 +90,7 @@ TEST_F(PanelTest, ControlPanelReportsTheChoiceBeforeItCloses) {
     EXPECT_EQ(log->calls, (std::vector<std::string>{"select " + path, "dismiss"}));
     EXPECT_TRUE(device.presenter.panels().empty());
     panel->clickOnRecord();  // a closed panel does nothing more
+    panel->didSelectRow(0);
     EXPECT_EQ(log->calls.size(), 2u);
 
     log->calls.clear();

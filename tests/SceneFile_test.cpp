@@ -109,21 +109,6 @@ TEST(SceneFile, RefusesBrokenScenesAndSaysWhere) {
     }
 }
 
-TEST(SceneFile, TellsAStillImageFromASceneFile) {
-    SceneDirectory files;
-    std::ofstream(files.dir / "scene.json") << kShop;
-    std::string error;
-    auto still = loadSceneOrImage((files.dir / "a.png").string(), error);
-    ASSERT_TRUE(still) << error;
-    ASSERT_EQ(still->screens.size(), 1u);
-    EXPECT_EQ(still->screens[0].image, (files.dir / "a.png").string());
-    auto scene = loadSceneOrImage((files.dir / "scene.json").string(), error);
-    ASSERT_TRUE(scene) << error;
-    EXPECT_EQ(scene->screens.size(), 3u);
-    EXPECT_FALSE(loadSceneOrImage((files.dir / "none.json").string(), error));
-    EXPECT_NE(error.find("cannot read"), std::string::npos);
-}
-
 TEST(SceneState, ATapActsOnlyWhenTheFingerGoesDownAndUpInsideTheRegion) {
     SceneDirectory files;
     std::string error;
@@ -182,26 +167,6 @@ TEST(SceneState, AppsFollowTheScreenTheyOwn) {
     state.home();
     EXPECT_EQ(state.currentScreen(), "home");
     EXPECT_FALSE(state.show("nowhere"));
-}
-
-TEST(SceneState, TouchesFromOneThreadAndAppsFromAnotherLeaveAConsistentScreen) {
-    SceneDirectory files;
-    std::string error;
-    SceneState state(*files.parse(kShop, error));
-    std::thread fingers([&] {
-        for (int i = 0; i < 2000; ++i) {
-            state.fingerDown(1, 20, 20);
-            state.fingerUp(1, 20, 20);
-        }
-    });
-    for (int i = 0; i < 2000; ++i) {
-        state.launch("com.example.shop");
-        state.terminate("com.example.shop");
-    }
-    fingers.join();
-    const std::string screen = state.currentScreen();
-    EXPECT_TRUE(screen == "home" || screen == "shop") << screen;
-    EXPECT_EQ(state.isForeground("com.example.shop"), screen == "shop");
 }
 
 TEST(DemoScene, TheTemplateTheButtonAndTheTapsAgreeWithThePictures) {

@@ -46,18 +46,6 @@ void setSpeed(std::optional<float> speed) {
 
 }  // namespace
 
-TEST(ScriptFunctions, RootPathIsTheMappedScriptsDirectoryWithASlash) {
-    RuntimeDevice device;
-    ScriptRun run(device);
-    run("logging(rootDir()) logging(rootPathOfDocuments())");
-    std::string expected = device.map("/var/mobile/Library/Tactora/Scripts").string() + "/";
-    EXPECT_EQ(rootPathOfDocuments(), expected);
-    auto log = device.logLines();
-    ASSERT_EQ(log.size(), 2u);
-    EXPECT_EQ(log[0], "03-07 09:05:03 " + expected);
-    EXPECT_EQ(log[1], log[0]);
-}
-
 TEST(ScriptFunctions, TheFirstLogLineCreatesTheFileAndLaterOnesAreAppended) {
     RuntimeDevice device;
     ScriptRun run(device);
@@ -73,33 +61,6 @@ TEST(ScriptFunctions, TheFirstLogLineCreatesTheFileAndLaterOnesAreAppended) {
               "03-07 09:05:03 first\n"
               "03-07 09:05:03 second\n"
               "12-31 23:59:58 third line, with ünïcode\n");
-}
-
-TEST(ScriptFunctions, ALogThatCannotBeWrittenLosesTheLineQuietly) {
-    RuntimeDevice device;
-    std::filesystem::remove_all(device.map("/var/mobile/Library/Tactora/Library"));
-    logging("nowhere to go");
-    EXPECT_FALSE(std::filesystem::exists(device.logFile()));
-
-    // A log that exists but is a directory cannot be opened for writing.
-    std::filesystem::create_directories(device.logFile());
-    logging("still nowhere");
-    EXPECT_TRUE(std::filesystem::is_directory(device.logFile()));
-}
-
-TEST(ScriptFunctions, Logging2FormatsAndCutsTheTextTo4094Bytes) {
-    RuntimeDevice device;
-    const std::string stamp = "03-07 09:05:03 ";
-    logging2("%s has %d fingers", "a hand", 5);
-    std::string exact(4094, 'x');
-    logging2("%s", exact.c_str());
-    std::string longer(5000, 'y');
-    logging2("%s", longer.c_str());
-    auto log = device.logLines();
-    ASSERT_EQ(log.size(), 3u);
-    EXPECT_EQ(log[0], stamp + "a hand has 5 fingers");
-    EXPECT_EQ(log[1], stamp + exact);
-    EXPECT_EQ(log[2], stamp + std::string(4094, 'y'));
 }
 
 TEST(ScriptFunctions, SleepsScaleLinearlyWithThePlaySpeedInSinglePrecision) {
@@ -158,146 +119,12 @@ TEST(ScriptFunctions, UsleepFlushesTheTouchesBeforeItsPauseEvenForZero) {
     EXPECT_EQ(y, 200.0);
 }
 
-TEST(ScriptFunctions, TouchAndHomeButtonArgumentsAreTruncatedIntegers) {
-    RuntimeDevice device;
-    ScriptRun run(device);
-    run("touchMove(-2, 10.9, -3.7) homeButtonDown() homeButtonUp()");
-    auto messages = device.ports.messages();
-    ASSERT_EQ(messages.size(), 4u);  // move, key down, key up, the end-of-run sync
-    std::int32_t phase, finger;
-    double x, y;
-    std::memcpy(&phase, messages[0].data.data(), 4);
-    std::memcpy(&finger, messages[0].data.data() + 4, 4);
-    std::memcpy(&x, messages[0].data.data() + 8, 8);
-    std::memcpy(&y, messages[0].data.data() + 16, 8);
-    EXPECT_EQ(phase, touchPhaseMove);
-    EXPECT_EQ(finger, -2);
-    EXPECT_EQ(x, 10.0);
-    EXPECT_EQ(y, -3.0);
-    EXPECT_EQ(messages[1].id, SimulateMessageKey);
-    EXPECT_EQ(messages[1].data[8], 1);
-    EXPECT_EQ(messages[2].id, SimulateMessageKey);
-    EXPECT_EQ(messages[2].data[8], 0);
-}
-
 TEST(ScriptFunctions, LastSyncFlushesAndWaits16msWhateverTheSpeed) {
     RuntimeDevice device;
     setSpeed(2.0f);
     lastSync();
     EXPECT_EQ(device.ports.ids(), std::vector<std::int32_t>{SimulateMessageSync});
     EXPECT_EQ(device.clock.sleeps(), std::vector<std::uint32_t>{16000});
-}
-
-TEST(ScriptFunctions, AlertShowsACopyOfTheTextOnTheMainThreadWithoutWaiting) {
-    RuntimeDevice device;
-    char text[] = "halfway there";
-    alert(text);
-    std::strcpy(text, "overwritten!!");
-    EXPECT_TRUE(device.alerts.shown().empty());
-    std::thread::id shownOn;
-    device.loop.post([&] { shownOn = std::this_thread::get_id(); });
-    device.loop.drain();
-    auto shown = device.alerts.shown();
-    ASSERT_EQ(shown.size(), 1u);
-    EXPECT_EQ(shown[0].title, "");
-    EXPECT_EQ(shown[0].message, "halfway there");
-    EXPECT_EQ(shown[0].cancelButton, "OK");
-    EXPECT_TRUE(shown[0].otherButtons.empty());
-    EXPECT_FALSE(shown[0].clickedButtonAtIndex);
-    EXPECT_EQ(shownOn, std::this_thread::get_id());
-}
-
-TEST(ScriptFunctions, FeedbackAndAppsGoToTheirPorts) {
-    RuntimeDevice device;
-    ScriptRun run(device);
-    run(R"(
-        vibrate()
-        playAudio("any/path/is/ignored.mp3")
-        playAudio(7)
-        before = appIsActive("com.apple.Preferences")
-        appRun("com.apple.Preferences")
-        during = appIsActive("com.apple.Preferences")
-        appRun("com.apple.mobilesafari")
-        behind = appIsActive("com.apple.Preferences")
-        appKill("com.apple.mobilesafari")
-        appKill("com.apple.camera")
-        appRun("not.installed")
-        unknown = appIsActive("not.installed")
-        log(tostring(before) .. tostring(during) .. tostring(behind) .. tostring(unknown))
-    )");
-    EXPECT_EQ(device.feedback.vibrations, 1);
-    EXPECT_EQ(device.feedback.sounds, 2);
-    auto log = device.logLines();
-    ASSERT_EQ(log.size(), 1u);
-    EXPECT_EQ(log[0], "03-07 09:05:03 falsetruefalsefalse");
-    EXPECT_EQ(device.apps.state("com.apple.mobilesafari"), host::AppState::notRunning);
-    EXPECT_EQ(device.apps.state("com.apple.Preferences"), host::AppState::background);
-    EXPECT_EQ(device.apps.state("com.apple.camera"), host::AppState::notRunning);
-    EXPECT_FALSE(device.apps.state("not.installed"));
-}
-
-// Every misuse ends the script with Lua's own argument error, reported like any script error,
-// and leaves the device untouched.
-TEST(ScriptFunctions, WrongArgumentsEndTheScriptWithTheStandardArgumentError) {
-    struct Case {
-        const char* call;
-        const char* error;
-    };
-    const Case cases[] = {
-        {"touchDown('one', 1, 2)", "bad argument #1 to 'touchDown' (number expected, got string)"},
-        {"touchMove(1, nil, 2)", "bad argument #2 to 'touchMove' (number expected, got nil)"},
-        {"touchUp(1, 2)", "bad argument #3 to 'touchUp' (number expected, got no value)"},
-        {"logging({})", "bad argument #1 to 'logging' (string expected, got table)"},
-        {"log()", "bad argument #1 to 'log' (string expected, got no value)"},
-        {"usleep('soon')", "bad argument #1 to 'usleep' (number expected, got string)"},
-        {"alert(nil)", "bad argument #1 to 'alert' (string expected, got nil)"},
-        {"playAudio({})", "bad argument #1 to 'playAudio' (string expected, got table)"},
-        {"screenshot(true)", "bad argument #1 to 'screenshot' (string expected, got boolean)"},
-        {"screenshotRegion('a.png', 1, 2, 3, 'tall')",
-         "bad argument #5 to 'screenshotRegion' (number expected, got string)"},
-        {"getColor(1)", "bad argument #2 to 'getColor' (number expected, got no value)"},
-        {"findColor('red')", "bad argument #1 to 'findColor' (number expected, got string)"},
-        {"findColor(255, 'all')", "bad argument #2 to 'findColor' (number expected, got string)"},
-        {"findImage(5)", "bad argument #1 to 'findImage' (table expected, got number)"},
-        {"findImage('a.png')", "bad argument #1 to 'findImage' (table expected, got string)"},
-        {"findImage({})", "bad argument #2 to 'findImage' (string expected, got nil)"},
-        {"findImage({imagePath = 'a.png', count = 'x'})",
-         "bad argument #3 to 'findImage' (number expected, got string)"},
-        {"findImage({imagePath = 'a.png', fuzzy = {}})",
-         "bad argument #4 to 'findImage' (number expected, got table)"},
-        {"findImage({imagePath = 'a.png', ignoreColors = {0xFF0000, 'blue'}})",
-         "bad argument #6 to 'findImage' (number expected, got string)"},
-        {"findImage({imagePath = 'a.png', ignoreColors = 'blue'})",
-         "bad argument #1 to 'findImage' (ignoreColors must be a table, got string)"},
-        {"appRun({})", "bad argument #1 to 'appRun' (string expected, got table)"},
-        {"appKill()", "bad argument #1 to 'appKill' (string expected, got no value)"},
-        {"appIsActive(false)", "bad argument #1 to 'appIsActive' (string expected, got boolean)"},
-    };
-    for (const Case& test : cases) {
-        SCOPED_TRACE(test.call);
-        RuntimeDevice device;
-        ScriptRun run(device);
-        run(std::string(test.call) + " reached = true");
-        auto log = device.logLines();
-        ASSERT_EQ(log.size(), 1u);
-        // Lua names the chunk after its text and the line: [string "..."]:1:
-        const std::string stamp = "03-07 09:05:03 [string \"";
-        const std::string tail = std::string("\"]:1: ") + test.error;
-        EXPECT_EQ(log[0].rfind(stamp, 0), 0u) << log[0];
-        ASSERT_GE(log[0].size(), tail.size());
-        EXPECT_EQ(log[0].substr(log[0].size() - tail.size()), tail);
-        auto alerts = device.alerts.shown();
-        ASSERT_EQ(alerts.size(), 1u);
-        EXPECT_EQ("03-07 09:05:03 " + alerts[0].message, log[0]);
-        // Only the end-of-run flush reached the receiver; nothing was sent, launched or played.
-        EXPECT_EQ(device.ports.ids(), std::vector<std::int32_t>{SimulateMessageSync});
-        EXPECT_EQ(device.clock.sleeps(), std::vector<std::uint32_t>{16000});
-        EXPECT_EQ(device.feedback.sounds, 0);
-        lua_State* L = run.bridge.state();
-        lua_getglobal(L, "reached");
-        EXPECT_TRUE(lua_isnil(L, -1));
-        lua_pop(L, 1);
-    }
 }
 
 namespace {

@@ -139,36 +139,6 @@ TEST(ScriptManager, ZeroOrANegativeCountPlaysUntilStopped) {
     }
 }
 
-TEST(ScriptManager, TheRepeatCountIsReadAgainAfterEveryPass) {
-    struct Case {
-        long start;
-        long changedTo;
-        size_t passes;
-    };
-    for (Case test : {Case{5, 2, 2}, Case{5, 0, 1}, Case{1, 3, 3}}) {
-        SCOPED_TRACE(::testing::Message() << test.start << " -> " << test.changedTo);
-        Runner runner;
-        std::atomic<bool> changed{false};
-        runner.device.clock.onSleep = [&](std::uint32_t microseconds) {
-            auto settings = Global::sharedInstance().currentPlaySettings();
-            if (microseconds == 16000 && settings && !changed.exchange(true)) settings->setRepeatTime(test.changedTo);
-        };
-        runner.play("log('pass')", test.start, 0);
-        EXPECT_EQ(runner.passes(), test.passes);
-    }
-}
-
-TEST(ScriptManager, AnUnknownPlayTypeStillSettlesAndFinishes) {
-    Runner runner;
-    runner.play("log('pass')", 3, 2, 2);
-    EXPECT_EQ(runner.passes(), 0u);
-    // Three empty passes: no script pause, but the interval still separates them.
-    EXPECT_EQ(runner.device.clock.sleeps(), (Sleeps{500000, 2000000, 2000000, 500000}));
-    EXPECT_TRUE(runner.device.ports.ids().empty());
-    EXPECT_EQ(runner.device.alerts.shown().size(), 1u);
-    EXPECT_EQ(runner.device.feedback.vibrations, 2);
-}
-
 TEST(ScriptManager, EncryptedScriptsPlayTheirTextAndAnErrorEndsOnlyThatPass) {
     Runner runner;
     runner.device.options(true, false);

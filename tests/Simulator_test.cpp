@@ -34,9 +34,10 @@ TEST(Simulator, TurnsTraceLinesIntoTouchesInPoints) {
     EXPECT_EQ((*down)["fingers"][0], (json{{"index", 1}, {"x", 160.0}, {"y", 142.0}, {"touch", true}}));
     EXPECT_EQ((*down)["fingers"][1], (json{{"index", -7}, {"x", 40.0}, {"y", 568.0}, {"touch", false}}));
 
-    auto big = pageEventFromTraceLine(R"({"kind":"digitizer","fingers":[{"index":2,"x":0.1,"y":0.1,"touch":true}]})", plus);
+    auto big = pageEventFromTraceLine(R"({"kind":"digitizer","fingers":[{"index":2,"x":0.1234,"y":0.1,"touch":true}]})", plus);
     ASSERT_TRUE(big);
-    EXPECT_DOUBLE_EQ((*big)["fingers"][0]["x"].get<double>(), 124.2);  // a tenth of 1242, as the receiver scaled it
+    // Fractions of 1242 pixels, as the receiver scaled them, kept to two decimals.
+    EXPECT_DOUBLE_EQ((*big)["fingers"][0]["x"].get<double>(), 153.26);
 
     auto home = pageEventFromTraceLine(R"({"t_us":10,"kind":"keyboard","usage_page":12,"usage":64,"down":true})", se);
     ASSERT_TRUE(home);
@@ -189,6 +190,7 @@ TEST(Simulator, AScriptsTouchesInTheTraceSwitchScreensAndPressingHomeGoesBack) {
     EXPECT_EQ(sim.scene->currentScreen(), "home");
 }
 
+// Regression (found by fuzz_sim_api): a touch lacking its fields read past the request body.
 TEST(Simulator, ATouchWithoutItsFieldsIsRefusedNotReadPastTheBody) {
     RunningSimulator sim;
     for (const char* body : {R"({"phase":"down","touches":[{}]})", R"({"phase":"down","touches":[{"finger":1,"x":2}]})",

@@ -69,12 +69,15 @@ private:
 
 struct ToolRun {
     int exitCode = -1;
-    std::string output;  // standard output; errors are dropped
+    std::string output;  // standard output and errors
 };
 
-// Runs the desktop tool with `arguments`, a shell command-line tail (quote paths).
-inline ToolRun runTool(const std::string& arguments) {
-    const std::string command = std::string("'") + TACTORA_CLI + "' " + arguments + " 2>/dev/null";
+// Runs the desktop tool with `arguments`, a shell command-line tail (quote paths), as a user runs
+// it but with no terminal to prompt on and no password in the environment unless `environment`
+// ("NAME=value ...") gives one.
+inline ToolRun runTool(const std::string& arguments, const std::string& environment = "") {
+    const std::string command = "env -u TACTORA_PASSWORD " + environment + " setsid -w '" + TACTORA_CLI + "' " +
+                                arguments + " </dev/null 2>&1";
     ToolRun run;
     FILE* pipe = ::popen(command.c_str(), "r");
     if (!pipe) return run;

@@ -143,14 +143,6 @@ TEST_F(ReceiverTest, HeldFingersAreSentAgainAtEverySyncUntilLifted) {
     EXPECT_EQ(hid.userEvents, 4);
 }
 
-TEST_F(ReceiverTest, ASyncWithNothingPendingDispatchesNothing) {
-    sync();
-    send(1, {1, 2, 3});  // a sync's data means nothing
-    EXPECT_TRUE(hid.hands.empty());
-    EXPECT_EQ(hid.userEvents, 0);
-    EXPECT_EQ(hid.displayQueries, 0);
-}
-
 TEST_F(ReceiverTest, AnyFingerNumberIsKeyedByItsDecimalTextAndSentInAscendingOrder) {
     for (std::int32_t finger : {10, -7, 2, INT_MAX, INT_MIN, 0}) down(finger, 0, 0);
     ASSERT_EQ(injector.pendingTouches().size(), 6u);
@@ -239,17 +231,6 @@ TEST(ReceiverDisplay, PointsBecomeFractionsOfThePortraitDisplayTimesTheScreenFac
     }
 }
 
-TEST_F(ReceiverTest, ADisplayThatReportsNoSizeIsAskedAgainAtTheNextSync) {
-    hid.screen = {};
-    down(1, 100, 100);
-    sync();
-    EXPECT_EQ(hid.hands.at(0).fingers.at(0).x, 0.0);
-    hid.screen = {640, 1136, true, 2.0f};
-    sync();
-    EXPECT_DOUBLE_EQ(hid.hands.at(1).fingers.at(0).x, 100.0 / 320);
-    EXPECT_EQ(hid.displayQueries, 2);
-}
-
 TEST_F(ReceiverTest, ARealTouchDropsEverySyntheticFingerStillHeld) {
     down(1, 10, 10);
     down(2, 20, 20);
@@ -297,42 +278,3 @@ private:
 };
 
 }  // namespace
-
-TEST_F(ReceiverTest, TheSenderSpeaksTheReceiversFormat) {
-    LoopbackPorts ports(injector);
-    platform().messagePorts = &ports;
-    EventSimulate::resetConnection();
-
-    EXPECT_EQ(EventSimulate::touchDown(-7, 160, 284), 0);
-    EXPECT_EQ(EventSimulate::touchMove(9, 320, 0), 0);
-    ASSERT_EQ(injector.pendingTouches().count("-7"), 1u);
-    EXPECT_EQ(injector.pendingTouches().at("-7").type, 1);
-    EXPECT_EQ(injector.pendingTouches().at("-7").x, 160.0);
-    EXPECT_EQ(injector.pendingTouches().at("-7").y, 284.0);
-    EXPECT_EQ(injector.pendingTouches().at("9").type, 0);
-    EXPECT_EQ(EventSimulate::touchUp(9, 1, 2), 0);
-    EXPECT_EQ(injector.pendingTouches().at("9").type, 2);
-    EXPECT_EQ(EventSimulate::syncEvent(), 0);
-    EXPECT_EQ(hid.hands.size(), 1u);
-
-    EXPECT_EQ(EventSimulate::keyDown(2), -1);
-    EXPECT_EQ(EventSimulate::keyUp(0), -1);
-    EXPECT_TRUE(hid.keys.empty());
-    EXPECT_EQ(EventSimulate::keyDown(1), 0);
-    EXPECT_EQ(EventSimulate::keyUp(1), 0);
-    ASSERT_EQ(hid.keys.size(), 2u);
-    EXPECT_EQ(hid.keys[0].usage, 64);
-    EXPECT_EQ(hid.keys[0].usagePage, 12);
-    EXPECT_TRUE(hid.keys[0].down);
-    EXPECT_FALSE(hid.keys[1].down);
-    EXPECT_EQ(ports.ids, (std::vector<std::int32_t>{2, 2, 2, 1, 3, 3}));
-
-    // Unreachable: every send fails at once, and the port heals when the receiver is back.
-    ports.reachable = false;
-    EXPECT_EQ(EventSimulate::touchDown(1, 0, 0), -1);
-    EXPECT_EQ(EventSimulate::syncEvent(), -1);
-    EXPECT_FALSE(keep_message_port_fresh());
-    ports.reachable = true;
-    EXPECT_EQ(EventSimulate::touchDown(1, 0, 0), 0);
-    EventSimulate::resetConnection();
-}

@@ -124,41 +124,6 @@ TEST(UnixMessagePorts, RequestsAndRepliesCrossIntactAtEverySize) {
     EXPECT_FALSE(offLoop) << "a handler ran off the main loop";
 }
 
-TEST(UnixMessagePorts, ServesSeveralSendersOneAtATimeInTheirOrder) {
-    TempRoot root;
-    LoopThread main;
-    UnixMessagePorts ports(root.path(), &main.loop());
-    std::atomic<int> inside{0}, mostInside{0};
-    std::vector<std::vector<int>> seen(4);  // touched only by handlers, which never overlap
-    auto local = ports.createLocal("serial", [&](std::int32_t id, std::span<const std::uint8_t> data) {
-        int now = ++inside;
-        mostInside = std::max(mostInside.load(), now);
-        std::this_thread::sleep_for(std::chrono::microseconds(50));
-        seen[static_cast<std::size_t>(id)].push_back(data[0]);
-        --inside;
-        return Bytes{};
-    });
-    ASSERT_TRUE(local);
-
-    std::vector<std::thread> senders;
-    for (int sender = 0; sender < 4; ++sender)
-        senders.emplace_back([&, sender] {
-            auto remote = ports.createRemote("serial");
-            ASSERT_TRUE(remote);
-            for (int i = 0; i < 40; ++i) {
-                std::uint8_t sequence = static_cast<std::uint8_t>(i);
-                EXPECT_EQ(remote->sendRequest(sender, {&sequence, 1}, 1.0, 2.0, nullptr), SendStatus::success);
-            }
-        });
-    for (auto& sender : senders) sender.join();
-
-    EXPECT_EQ(mostInside.load(), 1);
-    for (const auto& sequence : seen) {
-        ASSERT_EQ(sequence.size(), 40u);
-        EXPECT_TRUE(std::is_sorted(sequence.begin(), sequence.end()));
-    }
-}
-
 TEST(UnixMessagePorts, ARemoteNoticesItsServerIsGoneAndANewServerIsReachable) {
     TempRoot root;
     LoopThread main;
@@ -228,6 +193,9 @@ TEST(UnixMessagePorts, ARootTooDeepForASocketAddressUsesAShortDirectory) {
     EXPECT_NE(*path, *socketPathFor(deep + "x", "tactora.tactoratweak.backboardd"))
         << "two roots must not share a socket";
     EXPECT_EQ(*socketPathFor(root.path(), "p"), root.path() + "/run/p.sock");
+    // A path of exactly the address's size leaves no room for its NUL: it moves too.
+    const std::string exact(108 - (root.path() + "/run/.sock").size(), 'n');
+    EXPECT_NE(socketPathFor(root.path(), exact), root.path() + "/run/" + exact + ".sock");
 
     LoopThread main;
     UnixMessagePorts ports(deep, &main.loop());
@@ -266,23 +234,6 @@ TEST(UnixMessagePorts, TimeOutsAreHonouredAgainstAPeerThatNeverAnswers) {
     ::close(listener);
 }
 
-TEST(UnixMessagePorts, ASlowHandlerTimesOutTheSenderWhoseNextConnectionStillWorks) {
-    TempRoot root;
-    LoopThread main;
-    UnixMessagePorts ports(root.path(), &main.loop());
-    auto local = ports.createLocal("slow", [](std::int32_t id, std::span<const std::uint8_t>) {
-        if (id == 1) std::this_thread::sleep_for(std::chrono::milliseconds(300));
-        return Bytes{static_cast<std::uint8_t>(id)};
-    });
-    ASSERT_TRUE(local);
-    auto remote = ports.createRemote("slow");
-    auto start = steady_clock::now();
-    EXPECT_EQ(remote->sendRequest(1, {}, 1.0, 0.05, nullptr), SendStatus::receiveTimeout);
-    EXPECT_LT(secondsSince(start), 0.25);
-    EXPECT_FALSE(remote->isValid());
-    EXPECT_EQ(ask(ports, "slow", 2, {}), Bytes{2});
-}
-
 TEST(UnixMessagePorts, BrokenClientsCannotStopTheServer) {
     TempRoot root;
     LoopThread main;
@@ -317,37 +268,6 @@ TEST(UnixMessagePorts, BrokenClientsCannotStopTheServer) {
     ::close(stutter);
     EXPECT_EQ(ask(ports, "sturdy", 3, {}), Bytes(64, 1));
     EXPECT_GE(served.load(), 2);
-}
-
-TEST(UnixMessagePorts, FailingSystemCallsEndInAnErrorNotACrash) {
-    TempRoot root;
-    LoopThread main;
-    SocketCalls calls = faultyCalls();
-    UnixMessagePorts server(root.path(), &main.loop(), &calls);
-    UnixMessagePorts client(root.path(), nullptr, &calls);
-    auto local = server.createLocal("fragile", [](std::int32_t, std::span<const std::uint8_t>) { return Bytes{4}; });
-    ASSERT_TRUE(local);
-
-    connectFault.arm(1, ECONNREFUSED);
-    EXPECT_EQ(client.createRemote("fragile"), nullptr);
-
-    // The server's accept fails once (out of descriptors); the client's connection waits in the
-    // backlog and is served on the next try.
-    acceptFault.arm(1, EMFILE);
-    EXPECT_EQ(ask(client, "fragile", 1, {}), Bytes{4});
-    EXPECT_EQ(acceptFault.countdown.load(), 0) << "the fault was never reached";
-
-    auto remote = client.createRemote("fragile");
-    ASSERT_TRUE(remote);
-    sendFault.arm(1, EPIPE);
-    EXPECT_EQ(remote->sendRequest(1, {}, 1.0, 1.0, nullptr), SendStatus::becameInvalid);
-    EXPECT_FALSE(remote->isValid());
-    EXPECT_EQ(remote->sendRequest(1, {}, 1.0, 1.0, nullptr), SendStatus::isInvalid);
-
-    sendFault.arm(1, EIO);
-    remote = client.createRemote("fragile");
-    EXPECT_EQ(remote->sendRequest(1, {}, 1.0, 1.0, nullptr), SendStatus::transportError);
-    EXPECT_EQ(ask(client, "fragile", 1, {}), Bytes{4});
 }
 
 TEST(UnixMessagePorts, TheInjectionSenderReconnectsAfterASendFailed) {

@@ -30,20 +30,6 @@ TEST(Utils, DeviceTreeValuesSplitAtEachNul) {
     EXPECT_TRUE(Utils::appInstalledList().empty());
 }
 
-TEST(Utils, InstalledApplicationsListUserBeforeSystem) {
-    struct Cached final : DeviceInfo {
-        std::optional<InstallationCache> installationCache() const override {
-            return InstallationCache{{{{"CFBundleIdentifier", "com.user.a"}}, {{"CFBundleIdentifier", "com.user.b"}}},
-                                     {{{"CFBundleIdentifier", "com.apple.mobilesafari"}}}};
-        }
-    } cached;
-    ScopedPlatform scope;
-    platform().deviceInfo = &cached;
-    Strings ids;
-    for (const auto& app : Utils::appInstalledList()) ids.push_back(*app.at("CFBundleIdentifier").get<std::string>());
-    EXPECT_EQ(ids, (Strings{"com.user.a", "com.user.b", "com.apple.mobilesafari"}));
-}
-
 TEST(Utils, ScreenSizeAndBoundsDoNotDependOnHowTheScreenIsHeld) {
     EXPECT_EQ(screenSizeText(320, 568, 2), "640x1136");
     EXPECT_EQ(screenSizeText(568, 320, 2), "640x1136");
