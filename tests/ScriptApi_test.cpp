@@ -18,12 +18,6 @@ namespace fs = std::filesystem;
 
 namespace {
 
-std::size_t count(const std::string& text, const std::string& what) {
-    std::size_t n = 0;
-    for (auto at = text.find(what); at != std::string::npos; at = text.find(what, at + 1)) ++n;
-    return n;
-}
-
 std::string source(const std::string& relative) { return readFile(fs::path(TACTORA_SOURCE_DIR) / relative); }
 
 // The example column of the README's script API table.
@@ -142,7 +136,7 @@ TEST(ScriptApi, TheRecordingAndTraceExamplesRunAsWritten) {
     writeFile(directory.path() / "trace.lua", script.front());
     CommandOutcome played = runCommand(directory.path(), {"--root", "root", "play", "trace.lua", "--trace", "t.jsonl"});
     EXPECT_EQ(played.exitCode, 0) << played.err;
-    EXPECT_EQ(count(readFile(directory.path() / "t.jsonl"), "\"kind\":\"keyboard\""), 2u);
+    EXPECT_EQ(countOf(readFile(directory.path() / "t.jsonl"), "\"kind\":\"keyboard\""), 2u);
 }
 
 TEST(ScriptApi, IgnoreColorsThatIsNotATableMeansNoList) {
