@@ -15,6 +15,7 @@
 #include <vector>
 
 #include "FoundationFakes.h"
+#include "ToolProcess.h"
 #include "host/PngCodec.h"
 
 namespace tactora::testing {

@@ -15,12 +15,6 @@ namespace fs = std::filesystem;
 
 namespace {
 
-std::size_t count(const std::string& text, const std::string& what) {
-    std::size_t n = 0;
-    for (auto at = text.find(what); at != std::string::npos; at = text.find(what, at + 1)) ++n;
-    return n;
-}
-
 // A working directory holding a device root with a few scripts, pictures and an encrypted file.
 class CommandLine : public ::testing::Test {
 protected:
@@ -114,7 +108,7 @@ TEST_F(CommandLine, AFreshRootIsMadeWithThePackageFilesAndSaidSo) {
     writeFile(here() / "fresh.lua", "log('first')");
     CommandOutcome run = runCommand(here(), {"--root", "new/root", "play", "fresh.lua"});
     EXPECT_EQ(run.exitCode, 0) << run.err;
-    EXPECT_EQ(count(run.err, "created"), 1u) << run.err;
+    EXPECT_EQ(countOf(run.err, "created"), 1u) << run.err;
     EXPECT_NE(run.err.find("new/root"), std::string::npos) << run.err;
     const fs::path extensions = here() / "new/root/Applications/Tactora.app/Extensions.lua";
     EXPECT_NE(readFile(extensions).find("Extensions.lua"), std::string::npos);
@@ -165,8 +159,8 @@ TEST_F(CommandLine, DesktopPathsInScriptsAreExplainedOncePerPath) {
                                              "', 0, 0, 10, 10) findImage{imagePath = rootDir() .. 'none.png'}");
     CommandOutcome run = runCommand(here(), {"--root", "root", "play", "desktop.lua"});
     EXPECT_EQ(run.exitCode, 0) << run.err;
-    EXPECT_EQ(count(run.err, "findImage(\"" + icon + "\")"), 1u) << run.err;
-    EXPECT_EQ(count(run.err, "screenshotRegion(\"" + shot + "\")"), 1u) << run.err;
+    EXPECT_EQ(countOf(run.err, "findImage(\"" + icon + "\")"), 1u) << run.err;
+    EXPECT_EQ(countOf(run.err, "screenshotRegion(\"" + shot + "\")"), 1u) << run.err;
     // Where it was looked for, and what to do about it.
     EXPECT_NE(run.err.find((root() / here().relative_path() / "icon.png").string()), std::string::npos) << run.err;
     EXPECT_NE(run.err.find("rootDir() .. \"icon.png\""), std::string::npos) << run.err;

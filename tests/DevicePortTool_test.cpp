@@ -27,12 +27,8 @@ struct Message {
 std::ostream& operator<<(std::ostream& out, const Message& m) { return out << m.port << " " << m.id << " " << m.hex; }
 
 std::string hexOf(std::span<const std::uint8_t> bytes) {
-    static const char digits[] = "0123456789abcdef";
     std::string hex;
-    for (std::uint8_t byte : bytes) {
-        hex += digits[byte >> 4];
-        hex += digits[byte & 15];
-    }
+    for (std::uint8_t byte : bytes) hex += {"0123456789abcdef"[byte >> 4], "0123456789abcdef"[byte & 15]};
     return hex;
 }
 

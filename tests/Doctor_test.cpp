@@ -3,8 +3,7 @@
 #include <gtest/gtest.h>
 
 #include <filesystem>
-#include <fstream>
-#include <functional>
+#include <sstream>
 #include <nlohmann/json.hpp>
 #include <string>
 #include <vector>
@@ -21,34 +20,27 @@
 #include "ToolProcess.h"
 
 namespace fs = std::filesystem;
+using tactora::testing::readFile;
 using tactora::testing::runTool;
+using tactora::testing::writeFile;
 
 namespace {
 
 const std::vector<std::string> everyCheck = {"receiver", "capture", "template", "scripts",
                                              "store",    "activator", "system"};
 
-void writeFile(const fs::path& path, const std::string& text) {
-    fs::create_directories(path.parent_path());
-    std::ofstream(path, std::ios::binary) << text;
-}
-
 // The line of the text report that starts with `verdict` and the check's name.
 std::string lineOf(const std::string& report, const std::string& verdict, const std::string& check) {
-    const std::string start = verdict + " " + check + " ";
-    for (std::size_t at = 0; at < report.size();) {
-        std::size_t end = report.find('\n', at);
-        std::string line = report.substr(at, end - at);
-        if (line.rfind(start, 0) == 0) return line;
-        if (end == std::string::npos) break;
-        at = end + 1;
-    }
+    std::istringstream in(report);
+    for (std::string line; std::getline(in, line);)
+        if (line.rfind(verdict + " " + check + " ", 0) == 0) return line;
     return {};
 }
 
+// A file (or, without text, a directory) put where the check's own file or directory belongs.
 struct BrokenSetup {
-    const char* what;
-    std::function<void(const fs::path& root)> breakIt;
+    const char* path;
+    const char* text;
     const char* failingCheck;
     const char* causeWords;  // a phrase of the cause the user reads
 };
@@ -82,32 +74,20 @@ TEST(Doctor, AFreshRootPassesEveryCheckInTextAndJson) {
 }
 
 TEST(Doctor, EachBrokenSetupFailsItsOwnCheckWithItsCauseAndTheOthersStillRun) {
+    const std::string store = "var/mobile/Library/Tactora/Library/data.sqlite3";
+    const std::string damaged(4096, 'x');
     const BrokenSetup setups[] = {
-        {"the receiver cannot start (its port directory is a file)",
-         [](const fs::path& root) { writeFile(root / "run", "not a directory"); }, "receiver",
-         "could not start for this root"},
-        {"the receiver cannot start (its trace is a directory)",
-         [](const fs::path& root) { fs::create_directories(root / "hid-trace.jsonl"); }, "receiver",
-         "the receiver exited"},
-        {"a damaged store",
-         [](const fs::path& root) {
-             writeFile(root / "var/mobile/Library/Tactora/Library/data.sqlite3", std::string(4096, 'x'));
-         },
-         "store", "the store file is damaged"},
-        {"a store without its tables",
-         [](const fs::path& root) { writeFile(root / "var/mobile/Library/Tactora/Library/data.sqlite3", ""); },
-         "store", "made by something else or was cut short"},
-        {"a file in place of the scripts directory",
-         [](const fs::path& root) { writeFile(root / "var/mobile/Library/Tactora/Scripts", "a file"); }, "scripts",
-         "a file stands where the scripts directory belongs"},
+        {"run", "not a directory", "receiver", "could not start for this root"},
+        {"hid-trace.jsonl", nullptr, "receiver", "the receiver exited"},
+        {store.c_str(), damaged.c_str(), "store", "the store file is damaged"},
+        {store.c_str(), "", "store", "made by something else or was cut short"},
+        {"var/mobile/Library/Tactora/Scripts", "a file", "scripts", "a file stands where the scripts directory belongs"},
     };
     for (const auto& setup : setups) {
-        SCOPED_TRACE(setup.what);
+        SCOPED_TRACE(setup.causeWords);
         tactora::testing::ScratchDirectory root;
-        setup.breakIt(root.path());
-        const fs::path store = root.path() / "var/mobile/Library/Tactora/Library/data.sqlite3";
-        const bool storeGiven = fs::exists(store);
-        const std::string storeBefore = storeGiven ? tactora::testing::readFile(store) : "";
+        if (setup.text) writeFile(root.path() / setup.path, setup.text);
+        else fs::create_directories(root.path() / setup.path);
         const std::string rootArgument = "--root '" + root.path().string() + "' doctor";
 
         auto text = runTool(rootArgument);
@@ -128,17 +108,14 @@ TEST(Doctor, EachBrokenSetupFailsItsOwnCheckWithItsCauseAndTheOthersStillRun) {
         auto parsed = nlohmann::json::parse(json.output.substr(report), nullptr, false);
         ASSERT_FALSE(parsed.is_discarded()) << json.output;
         EXPECT_FALSE(parsed["passed"].get<bool>());
-        bool found = false;
-        for (const auto& check : parsed["checks"]) {
-            if (check["name"] != setup.failingCheck) continue;
-            found = true;
-            EXPECT_FALSE(check["passed"].get<bool>());
-            EXPECT_NE(check["cause"].get<std::string>().find(setup.causeWords), std::string::npos) << check.dump();
-        }
-        EXPECT_TRUE(found) << json.output;
+        int failedWithCause = 0;
+        for (const auto& check : parsed["checks"])
+            failedWithCause += check["name"] == setup.failingCheck && !check["passed"].get<bool>() &&
+                               check["cause"].get<std::string>().find(setup.causeWords) != std::string::npos;
+        EXPECT_EQ(failedWithCause, 1) << json.output;
         // A store that was there is left as it was found, damaged or not.
-        if (storeGiven) {
-            EXPECT_EQ(tactora::testing::readFile(store), storeBefore);
+        if (store == setup.path) {
+            EXPECT_EQ(readFile(root.path() / store), setup.text);
         }
     }
 }
@@ -148,13 +125,9 @@ TEST(Doctor, TheReportCrossesTheSelfTestPortIntact) {
     report.add(tactora::SelfTestCheck::pass("capture", "640 x 1136\tpixels"));
     report.add(tactora::SelfTestCheck::fail("store", "a\\b", "line one\nline two"));
     const auto decoded = tactora::SelfTestReport::decode(report.encode() + "garbage without fields\n");
+    auto fields = [](const tactora::SelfTestCheck& c) { return std::make_tuple(c.name, c.passed, c.value, c.cause); };
     ASSERT_EQ(decoded.checks().size(), 2u);
-    for (std::size_t i = 0; i < 2; ++i) {
-        EXPECT_EQ(decoded.checks()[i].name, report.checks()[i].name);
-        EXPECT_EQ(decoded.checks()[i].passed, report.checks()[i].passed);
-        EXPECT_EQ(decoded.checks()[i].value, report.checks()[i].value);
-        EXPECT_EQ(decoded.checks()[i].cause, report.checks()[i].cause);
-    }
+    for (std::size_t i = 0; i < 2; ++i) EXPECT_EQ(fields(decoded.checks()[i]), fields(report.checks()[i]));
     EXPECT_FALSE(decoded.passed());
     EXPECT_FALSE(tactora::SelfTestReport().passed()) << "an empty report proves nothing";
 }

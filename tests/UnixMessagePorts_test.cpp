@@ -57,40 +57,12 @@ Bytes ask(UnixMessagePorts& ports, const std::string& name, std::int32_t id, con
     return reply;
 }
 
-// Fails the Nth call of one kind with a chosen errno; the other calls go to the system.
-struct Fault {
-    std::atomic<int> countdown{0};
-    int error = 0;
-    bool fires() {
-        int left = countdown.load();
-        while (left > 0 && !countdown.compare_exchange_weak(left, left - 1)) {
-        }
-        if (left == 1) errno = error;
-        return left == 1;
-    }
-    void arm(int nth, int errorNumber) {
-        error = errorNumber;
-        countdown = nth;
-    }
-};
-Fault sendFault, connectFault, acceptFault;
-
+// Fails the next send once `failNextSend` is set; the other calls go to the system.
+std::atomic<bool> failNextSend{false};
 ssize_t faultySend(int fd, const void* buffer, std::size_t length, int flags) {
-    return sendFault.fires() ? -1 : ::send(fd, buffer, length, flags);
-}
-int faultyConnect(int fd, const sockaddr* address, socklen_t length) {
-    return connectFault.fires() ? -1 : ::connect(fd, address, length);
-}
-int faultyAccept(int fd, sockaddr* address, socklen_t* length, int flags) {
-    return acceptFault.fires() ? -1 : ::accept4(fd, address, length, flags);
-}
-
-SocketCalls faultyCalls() {
-    SocketCalls calls = systemSocketCalls();
-    calls.send = faultySend;
-    calls.connect = faultyConnect;
-    calls.accept = faultyAccept;
-    return calls;
+    if (!failNextSend.exchange(false)) return ::send(fd, buffer, length, flags);
+    errno = ECONNRESET;
+    return -1;
 }
 
 }  // namespace
@@ -124,36 +96,12 @@ TEST(UnixMessagePorts, RequestsAndRepliesCrossIntactAtEverySize) {
     EXPECT_FALSE(offLoop) << "a handler ran off the main loop";
 }
 
-TEST(UnixMessagePorts, ARemoteNoticesItsServerIsGoneAndANewServerIsReachable) {
-    TempRoot root;
-    LoopThread main;
-    UnixMessagePorts ports(root.path(), &main.loop());
-    EXPECT_EQ(ports.createRemote("gone"), nullptr) << "nobody serves it yet";
-
-    auto handler = [](std::int32_t, std::span<const std::uint8_t>) { return Bytes{1}; };
-    auto local = ports.createLocal("gone", handler);
-    ASSERT_TRUE(local);
-    auto remote = ports.createRemote("gone");
-    ASSERT_TRUE(remote);
-    EXPECT_TRUE(remote->isValid());
-    local.reset();
-
-    EXPECT_FALSE(remote->isValid());
-    auto start = steady_clock::now();
-    EXPECT_EQ(remote->sendRequest(1, {}, 1.0, 1.0, nullptr), SendStatus::isInvalid);
-    EXPECT_LT(secondsSince(start), 0.5);
-    EXPECT_EQ(ports.createRemote("gone"), nullptr);
-
-    local = ports.createLocal("gone", handler);
-    ASSERT_TRUE(local);
-    EXPECT_EQ(ask(ports, "gone", 1, {}), Bytes{1});
-}
-
-TEST(UnixMessagePorts, ANameHasOneServerAndAStaleSocketIsReclaimed) {
+TEST(UnixMessagePorts, ANameHasOneServerItsRemotesSeeGoAndAStaleSocketIsReclaimed) {
     TempRoot root;
     LoopThread main;
     UnixMessagePorts ports(root.path(), &main.loop());
     auto handler = [](std::int32_t, std::span<const std::uint8_t>) { return Bytes{9}; };
+    EXPECT_EQ(ports.createRemote("name"), nullptr) << "nobody serves it yet";
 
     // A server that died without cleaning up leaves its socket file behind.
     auto path = socketPathFor(root.path(), "name");
@@ -176,9 +124,20 @@ TEST(UnixMessagePorts, ANameHasOneServerAndAStaleSocketIsReclaimed) {
     ASSERT_EQ(::stat(path->c_str(), &info), 0);
     EXPECT_EQ(info.st_mode & 0777, 0600u);
 
+    auto remote = ports.createRemote("name");
+    ASSERT_TRUE(remote);
+    EXPECT_TRUE(remote->isValid());
     first.reset();
+    EXPECT_FALSE(remote->isValid());
+    auto start = steady_clock::now();
+    EXPECT_EQ(remote->sendRequest(1, {}, 1.0, 1.0, nullptr), SendStatus::isInvalid);
+    EXPECT_LT(secondsSince(start), 0.5);
     EXPECT_FALSE(std::filesystem::exists(*path));
-    EXPECT_TRUE(ports.createLocal("name", handler));
+    EXPECT_EQ(ports.createRemote("name"), nullptr);
+
+    first = ports.createLocal("name", handler);
+    ASSERT_TRUE(first);
+    EXPECT_EQ(ask(ports, "name", 1, {}), Bytes{9});
     EXPECT_EQ(ports.createLocal("../escape", handler), nullptr);
     EXPECT_EQ(ports.createLocal("", handler), nullptr);
 }
@@ -273,7 +232,8 @@ TEST(UnixMessagePorts, BrokenClientsCannotStopTheServer) {
 TEST(UnixMessagePorts, TheInjectionSenderReconnectsAfterASendFailed) {
     TempRoot root;
     LoopThread main;
-    SocketCalls calls = faultyCalls();
+    SocketCalls calls = systemSocketCalls();
+    calls.send = faultySend;
     UnixMessagePorts server(root.path(), &main.loop());
     UnixMessagePorts client(root.path(), nullptr, &calls);
     std::atomic<int> syncs{0};
@@ -287,7 +247,7 @@ TEST(UnixMessagePorts, TheInjectionSenderReconnectsAfterASendFailed) {
     EventSimulate::resetConnection();
 
     EXPECT_EQ(EventSimulate::syncEvent(), 0);
-    sendFault.arm(1, ECONNRESET);
+    failNextSend = true;
     EXPECT_EQ(EventSimulate::syncEvent(), 0) << "the outcome of a send that reached a port is not checked";
     EXPECT_EQ(syncs.load(), 1);
     EXPECT_EQ(EventSimulate::syncEvent(), 0);
