@@ -4,7 +4,7 @@
 import { test, before, after } from 'node:test';
 import assert from 'node:assert/strict';
 import { spawn, execFileSync } from 'node:child_process';
-import { mkdtempSync, mkdirSync, copyFileSync, writeFileSync, readFileSync, rmSync, existsSync } from 'node:fs';
+import { mkdtempSync, mkdirSync, writeFileSync, readFileSync, rmSync, existsSync } from 'node:fs';
 import { tmpdir } from 'node:os';
 import path from 'node:path';
 import { chromium } from 'playwright-core';
@@ -15,7 +15,6 @@ const tactora = process.env.TACTORA_CLI || path.join(source, 'build/release/tact
 const artifacts = process.env.TACTORA_ARTIFACTS || path.join(source, 'build/browser-artifacts');
 
 let root, scripts, scene, sim, url, context, page;
-const simOutput = [];
 
 before(async () => {
   mkdirSync(artifacts, { recursive: true });
@@ -28,18 +27,19 @@ before(async () => {
   writeFileSync(path.join(root, 'Applications/Tactora.app/Extensions.lua'), '');
   writeFileSync(path.join(scripts, 'broken.lua'), 'log("fine so far")\n');
   writeFileSync(path.join(scripts, 'forever.lua'), 'while true do usleep(100000) end\n');
-  await new Promise((resolve, reject) => {
-    sim = spawn(tactora, ['--root', root, '--language', 'en', 'sim', '--scene', path.join(scene, 'scene.json'), '--port', '0'],
-      { stdio: ['ignore', 'pipe', 'pipe'] });
-    const timer = setTimeout(() => reject(new Error('tactora sim printed no URL:\n' + simOutput.join(''))), 15000);
+  sim = spawn(tactora, ['--root', root, '--language', 'en', 'sim', '--scene', path.join(scene, 'scene.json'), '--port', '0'],
+    { stdio: ['ignore', 'pipe', 'pipe'] });
+  url = await new Promise((resolve, reject) => {
+    let output = '';
     const take = (chunk) => {
-      simOutput.push(chunk.toString());
-      const found = /open (http:\/\/127\.0\.0\.1:\d+\/)/.exec(simOutput.join(''));
-      if (found && !url) { url = found[1]; clearTimeout(timer); resolve(); }
+      output += chunk;
+      const found = /open (http:\/\/127\.0\.0\.1:\d+\/)/.exec(output);
+      if (found) resolve(found[1]);
     };
     sim.stdout.on('data', take);
     sim.stderr.on('data', take);
-    sim.on('exit', (code) => { if (!url) { clearTimeout(timer); reject(new Error('tactora sim exited with ' + code)); } });
+    sim.on('exit', (code) => reject(new Error(`tactora sim exited with ${code}:\n${output}`)));
+    setTimeout(() => reject(new Error('tactora sim printed no URL:\n' + output)), 15000).unref();
   });
   const profile = mkdtempSync(path.join(tmpdir(), 'tactora-chromium-'));
   context = await chromium.launchPersistentContext(profile, {
@@ -67,16 +67,14 @@ const toolsArea = { x: 0, y: 44, width: 850, height: 830 };
 // The screen's top-left corner on the page; the phone is drawn one CSS pixel a point.
 const screenAt = async () => page.locator('#touch-layer').boundingBox();
 
-async function mode(name) {
-  await page.getByRole('radio', { name }).check();
-}
+const mode = (name) => page.getByRole('radio', { name }).check();
 
-// Alpha of the touch layer at a screen point: whether anything is drawn there.
-const drawnAt = (x, y) => page.evaluate(([x, y]) => {
-  const canvas = document.querySelector('#touch-layer');
+// Alpha of a layer at a screen point: whether anything is drawn there.
+const drawnAt = (x, y, layer = '#touch-layer') => page.evaluate(([x, y, layer]) => {
+  const canvas = document.querySelector(layer);
   const ratio = canvas.width / canvas.getBoundingClientRect().width;
   return canvas.getContext('2d').getImageData(Math.round(x * ratio), Math.round(y * ratio), 1, 1).data[3];
-}, [x, y]);
+}, [x, y, layer]);
 
 async function dismissAlerts() {
   const overlay = page.locator('#overlay');
@@ -224,12 +222,7 @@ test('cuts a template, finds it once where it was cut, and `tactora play` finds 
   assert.ok(await slide(Math.round(safe * 100 - 1) / 100) > 1, 'more than one match just below the safe value');
   assert.equal(await slide(safe), 1);
   assert.equal(await page.locator('#search-count').textContent(), '1 match');
-  const outlined = await page.evaluate(() => {
-    const layer = document.querySelector('#search-layer');
-    const ratio = layer.width / layer.getBoundingClientRect().width;
-    const at = (x, y) => layer.getContext('2d').getImageData(Math.round(x * ratio), Math.round(y * ratio), 1, 1).data[3];
-    return { corner: at(96, 130), inside: at(118, 137) };
-  });
+  const outlined = { corner: await drawnAt(96, 130, '#search-layer'), inside: await drawnAt(118, 137, '#search-layer') };
   assert.ok(outlined.corner > 0 && outlined.inside === 0, 'the outline runs along the cut: ' + JSON.stringify(outlined));
   assert.equal(await page.locator('#search-line').textContent(),
     'findImage{imagePath = rootDir() .. "demo-button.png", fuzzy = ' + safe.toFixed(2) + '}');
