@@ -2,21 +2,15 @@
 // panel, a run's touches, recording by hand, and the password prompt of an encrypted script.
 import { test, before, after } from 'node:test';
 import assert from 'node:assert/strict';
-import { spawn, execFileSync } from 'node:child_process';
-import { mkdtempSync, mkdirSync, copyFileSync, writeFileSync, readdirSync, rmSync, existsSync } from 'node:fs';
+import { execFileSync } from 'node:child_process';
+import { mkdtempSync, mkdirSync, copyFileSync, writeFileSync, readdirSync } from 'node:fs';
 import { tmpdir } from 'node:os';
 import path from 'node:path';
-import { chromium } from 'playwright-core';
+import { tactora, artifacts, source, openSimulator } from './harness.mjs';
 
-const here = path.dirname(new URL(import.meta.url).pathname);
-const source = path.resolve(here, '../..');
-const tactora = process.env.TACTORA_CLI || path.join(source, 'build/release/tactora');
-const artifacts = process.env.TACTORA_ARTIFACTS || path.join(source, 'build/browser-artifacts');
-
-let root, scripts, sim, url, context, page;
+let root, scripts, simulator, sim, page;
 
 before(async () => {
-  mkdirSync(artifacts, { recursive: true });
   root = mkdtempSync(path.join(tmpdir(), 'tactora-browser-'));
   scripts = path.join(root, 'var/mobile/Library/Tactora/Scripts');
   mkdirSync(scripts, { recursive: true });
@@ -28,40 +22,11 @@ before(async () => {
   writeFileSync(path.join(root, 'secret.lua'), 'touchDown(1, 40, 40)\nusleep(50000)\ntouchUp(1, 40, 40)\nusleep(50000)\n');
   execFileSync(tactora, ['--root', root, 'encrypt', path.join(root, 'secret.lua'), '-o', path.join(scripts, 'secret.e'),
     '--password', 'open sesame']);
-  sim = spawn(tactora, ['--root', root, '--language', 'en', 'sim', '--scene', path.join(root, 'scene/scene.json'), '--port', '0'],
-    { stdio: ['ignore', 'pipe', 'pipe'] });
-  url = await new Promise((resolve, reject) => {
-    let output = '';
-    const take = (chunk) => {
-      output += chunk;
-      const found = /open (http:\/\/127\.0\.0\.1:\d+\/)/.exec(output);
-      if (found) resolve(found[1]);
-    };
-    sim.stdout.on('data', take);
-    sim.stderr.on('data', take);
-    sim.on('exit', (code) => reject(new Error(`tactora sim exited with ${code}:\n${output}`)));
-    setTimeout(() => reject(new Error('tactora sim printed no URL:\n' + output)), 15000).unref();
-  });
-
-  const profile = mkdtempSync(path.join(tmpdir(), 'tactora-chromium-'));
-  context = await chromium.launchPersistentContext(profile, {
-    executablePath: process.env.CHROMIUM || '/usr/bin/chromium',
-    headless: true,
-    args: ['--no-sandbox', '--disable-gpu', '--disable-background-networking', '--disable-component-update',
-      '--disable-sync', '--no-first-run'],
-    viewport: { width: 1280, height: 900 },
-  });
-  page = context.pages()[0] || await context.newPage();
-  page.setDefaultTimeout(20000);
-  await page.goto(url);
-  await page.locator('#status').filter({ hasText: 'Idle' }).waitFor();
+  simulator = openSimulator(root, path.join(root, 'scene/scene.json'), { width: 1280, height: 900 });
+  ({ sim, page } = await simulator);
 });
 
-after(async () => {
-  if (context) await context.close();
-  if (sim && sim.exitCode === null) sim.kill('SIGTERM');
-  if (root) rmSync(root, { recursive: true, force: true });
-});
+after(async () => (await simulator?.catch(() => null))?.close());
 
 const overlay = () => page.locator('#overlay');
 
