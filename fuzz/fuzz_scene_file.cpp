@@ -1,12 +1,9 @@
-// Reads arbitrary text as a scene file for the simulator, then plays the scene that loaded: every
-// tap region is pressed at its middle, every app launched and ended, home pressed. A scene that
-// loads must be whole (a start screen, unique names, every tap and app leading to a screen, every
-// image a file); a scene that does not load must say why; the live scene must always show one of
-// its own screens.
+// Any text as a simulator scene file; a scene that loads must be whole (a start screen, unique
+// names, taps and apps leading to screens, images that are files) and is then played, always
+// showing one of its own screens. A scene that does not load must say why.
 #include <unistd.h>
 
-#include <cmath>
-#include <cstdint>
+#include <algorithm>
 #include <cstdlib>
 #include <filesystem>
 #include <fstream>
@@ -56,16 +53,11 @@ void play(const SceneFile& file) {
             scene.show(screen.name);
             const double x = tap.x + tap.width / 2, y = tap.y + tap.height / 2;
             // The first region under the finger acts, as the scene lists them.
-            const SceneTap* hit = nullptr;
-            for (const auto& other : screen.taps)
-                if (other.contains(x, y)) {
-                    hit = &other;
-                    break;
-                }
+            const auto hit = std::find_if(screen.taps.begin(), screen.taps.end(), [&](const SceneTap& t) { return t.contains(x, y); });
             scene.fingerDown(++finger, x, y);
             scene.fingerUp(finger, x, y);
             changed();
-            check(scene.currentScreen() == (hit ? hit->show : screen.name));
+            check(scene.currentScreen() == (hit != screen.taps.end() ? hit->show : screen.name));
         }
         const bool away = scene.currentScreen() != file.start;
         if (away) scene.fingerDown(++finger, 0, 0);

@@ -1,23 +1,16 @@
-// Sends the simulator's JSON API requests with arbitrary bodies, as the page (or anything else
-// that passed the origin check) could, to a simulator wired to the real controller: the control
-// API, the panels, the alerts, the recorder, the runner and the authoring tools (screenshots,
-// picking, templates, searches, the script editor). Input: requests separated by NUL
-// bytes, each "<route>\n<body>" with the route after /api/. Every answer must be a JSON object
-// with a client status (200, 400, 404 or 409; never 500 or a hang), an error message with every
-// refusal, and the controller must stay whole: its state still reads, and after the input is
-// undone no run, recording or panel is left behind.
+// Requests to the simulator's JSON API ("<route>\n<body>", the route after /api/, NUL between
+// requests), as anything past the origin check could send, with the real controller behind them.
+// Every answer is a JSON object with status 200, 400, 404 or 409 and a reason with each refusal;
+// the controller's state still reads, and no run, recording or panel outlives the input.
 #include <unistd.h>
 
+#include <algorithm>
 #include <cstdint>
 #include <cstdio>
-#include <cstdlib>
 #include <cstring>
 #include <filesystem>
 #include <fstream>
 #include <future>
-#include <optional>
-#include <memory>
-#include <string>
 #include <thread>
 
 #include "Control/ScriptManager.h"
@@ -137,11 +130,8 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
         if (end == std::string::npos) end = input.size();
         const std::string request = input.substr(start, end - start);
         start = end + 1;
-        const std::size_t newline = request.find('\n');
-        const std::string route = request.substr(0, newline);
-        const std::string body = newline == std::string::npos ? std::string() : request.substr(newline + 1);
-
-        auto [status, answer] = server.answerPost(route, body);
+        const std::size_t newline = std::min(request.find('\n'), request.size());
+        auto [status, answer] = server.answerPost(request.substr(0, newline), request.substr(std::min(newline + 1, request.size())));
         check(status == 200 || status == 400 || status == 404 || status == 409, "a client status");
         check(answer.is_object(), "an object answer");
         if (status != 200) check(answer.contains("error") && answer["error"].is_string(), "a reason with a refusal");

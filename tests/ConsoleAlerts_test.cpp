@@ -17,30 +17,6 @@ public:
     void runOnMain(std::function<void()> work) override { main.push_back(std::move(work)); }
 };
 
-AlertRequest makeAlert(std::string title, std::string message, std::string cancel,
-                       std::vector<std::string> others = {}) {
-    AlertRequest alert;
-    alert.title = std::move(title);
-    alert.message = std::move(message);
-    alert.cancelButton = std::move(cancel);
-    alert.otherButtons = std::move(others);
-    return alert;
-}
-
-std::string captured(const std::function<void(host::ConsoleAlerts&)>& show) {
-    char* buffer = nullptr;
-    std::size_t size = 0;
-    std::FILE* out = open_memstream(&buffer, &size);
-    {
-        host::ConsoleAlerts alerts(out);
-        show(alerts);
-    }
-    std::fclose(out);
-    std::string text(buffer, size);
-    std::free(buffer);
-    return text;
-}
-
 }  // namespace
 
 TEST(ConsoleAlerts, ReportsShownThenDismissedWithTheCancelButtonOnTheMainQueue) {
@@ -48,15 +24,23 @@ TEST(ConsoleAlerts, ReportsShownThenDismissedWithTheCancelButtonOnTheMainQueue) 
     HeldQueues queues;
     platform().queues = &queues;
     std::vector<std::string> calls;
-    captured([&](host::ConsoleAlerts& alerts) {
-        AlertRequest alert = makeAlert("Tactora", "Dencrypt Password", "Cancel");
+    std::FILE* out = std::tmpfile();
+    {
+        host::ConsoleAlerts alerts(out);
+        AlertRequest alert;
+        alert.title = "Tactora";
+        alert.message = "Dencrypt Password";
+        alert.cancelButton = "Cancel";
         alert.secureTextInput = true;
         alert.didPresent = [&] { calls.push_back("present"); };
         alert.clickedButtonAtIndex = [&](int index, const std::string&) { calls.push_back("click " + std::to_string(index)); };
         alert.didDismissWithButtonIndex = [&](int index) { calls.push_back("dismiss " + std::to_string(index)); };
         alerts.showAlert(std::move(alert));
-        alerts.showAlert(makeAlert("", "no delegate", "OK"));
-    });
+        AlertRequest plain;  // no delegate
+        plain.cancelButton = "OK";
+        alerts.showAlert(std::move(plain));
+    }
+    std::fclose(out);
     EXPECT_TRUE(calls.empty()) << "nothing may be reported before the caller returns to the main loop";
     ASSERT_EQ(queues.main.size(), 1u);
     queues.main.front()();

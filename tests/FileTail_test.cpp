@@ -11,55 +11,48 @@ namespace fs = std::filesystem;
 
 namespace {
 
+using Lines = std::vector<std::string>;
+
 struct TailedFile {
-    fs::path path = fs::temp_directory_path() / ("tactora-tail-" + std::to_string(getpid()) + "-" +
-                                                 ::testing::UnitTest::GetInstance()->current_test_info()->name());
-    std::vector<std::string> seen;
+    fs::path path = fs::temp_directory_path() / ("tactora-tail-" + std::to_string(getpid()));
     ~TailedFile() { fs::remove(path); }
     void append(const std::string& text) { std::ofstream(path, std::ios::app) << text; }
     // A tail that only moves when the test polls it.
-    std::unique_ptr<FileTail> follow(bool fromStart) {
+    std::unique_ptr<FileTail> follow(Lines& seen) {
         return std::make_unique<FileTail>(
-            path.string(), [this](const std::vector<std::string>& lines) { seen.insert(seen.end(), lines.begin(), lines.end()); },
-            fromStart, std::chrono::hours(1));
+            path.string(), [&seen](const Lines& lines) { seen.insert(seen.end(), lines.begin(), lines.end()); }, false,
+            std::chrono::hours(1));
     }
 };
 
-using Lines = std::vector<std::string>;
-
 }  // namespace
 
-TEST(FileTail, HandsOverCompleteLinesOnlyAndHoldsBackAHalfWrittenOne) {
+TEST(FileTail, HandsOverWholeNewLinesAndStartsOverWhenTheFileIsBornCutOrReplaced) {
     TailedFile file;
-    file.append("old line\n");
-    auto tail = file.follow(false);
-    tail->poll();
-    EXPECT_TRUE(file.seen.empty());  // what was there before is not news
+    Lines early, late;
+    auto waiting = file.follow(early);  // the file does not exist yet
+    waiting->poll();
+    file.append("born\n");
+    auto fresh = file.follow(late);  // what is there already is not news to this one
+    waiting->poll();
+    fresh->poll();
+    EXPECT_EQ(early, (Lines{"born"}));
+    EXPECT_TRUE(late.empty());
 
     file.append("first\nsec");
-    tail->poll();
-    EXPECT_EQ(file.seen, (Lines{"first"}));
+    fresh->poll();
+    EXPECT_EQ(late, (Lines{"first"}));
     file.append("ond\r\nthird\n");
-    tail->poll();
-    tail->poll();
-    EXPECT_EQ(file.seen, (Lines{"first", "second", "third"}));
-}
-
-TEST(FileTail, WaitsForAFileThatDoesNotExistYetAndStartsOverWhenItIsReplacedOrCut) {
-    TailedFile file;
-    auto tail = file.follow(false);
-    tail->poll();
-    file.append("born\n");
-    tail->poll();
-    EXPECT_EQ(file.seen, (Lines{"born"}));
+    fresh->poll();
+    fresh->poll();
+    EXPECT_EQ(late, (Lines{"first", "second", "third"}));
 
     std::ofstream(file.path, std::ios::trunc) << "cut\n";  // shorter than before
-    tail->poll();
-    EXPECT_EQ(file.seen, (Lines{"born", "cut"}));
-
+    waiting->poll();
+    EXPECT_EQ(early, (Lines{"born", "cut"}));
     const fs::path other = file.path.string() + ".new";
     std::ofstream(other) << "replaced and much longer than before\n";
     fs::rename(other, file.path);
-    tail->poll();
-    EXPECT_EQ(file.seen.back(), "replaced and much longer than before");
+    waiting->poll();
+    EXPECT_EQ(early.back(), "replaced and much longer than before");
 }

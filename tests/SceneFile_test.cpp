@@ -1,13 +1,10 @@
 #include <gtest/gtest.h>
-#include <png.h>
-#include <unistd.h>
 
-#include <filesystem>
 #include <fstream>
-#include <thread>
 
 #include "FoundationFakes.h"
 #include "host/DemoScene.h"
+#include "host/PngCodec.h"
 #include "host/SceneFile.h"
 
 using namespace tactora::host;
@@ -15,19 +12,12 @@ namespace fs = std::filesystem;
 
 namespace {
 
-// A scratch directory with a few one-pixel PNG files, removed at the end of the test.
+// A scratch directory with three images; the scene only needs them to exist.
 struct SceneDirectory {
     tactora::testing::ScratchDirectory scratch;
     fs::path dir = scratch.path();
     SceneDirectory() {
-        for (const char* name : {"a.png", "b.png", "c.png"}) {
-            std::uint8_t pixel[4] = {1, 2, 3, 255};
-            png_image image{};
-            image.version = PNG_IMAGE_VERSION;
-            image.width = image.height = 1;
-            image.format = PNG_FORMAT_RGBA;
-            png_image_write_to_file(&image, (dir / name).c_str(), 0, pixel, 0, nullptr);
-        }
+        for (const char* name : {"a.png", "b.png", "c.png"}) std::ofstream(dir / name) << "\x89PNG\r\n\x1a\n";
     }
     std::optional<SceneFile> parse(const std::string& text, std::string& error) const {
         return parseScene(text, dir.string(), error);
@@ -46,27 +36,20 @@ const char* kShop = R"({
            {"bundleId": "com.example.mail", "screen": "home"}]
 })";
 
+// A decoded RGBA picture; at() is 0xRRGGBB.
 struct Rgba {
-    int width = 0, height = 0;
-    std::vector<std::uint8_t> pixels;
+    tactora::PixelBufferPtr image;
+    explicit Rgba(const fs::path& path) {
+        const std::string bytes = tactora::testing::readFile(path);
+        image = PngCodec().decodePng(reinterpret_cast<const std::uint8_t*>(bytes.data()), bytes.size());
+    }
+    int width() const { return image ? int(image->width) : 0; }
+    int height() const { return image ? int(image->height) : 0; }
     std::uint32_t at(int x, int y) const {
-        const std::uint8_t* p = &pixels[(std::size_t(y) * width + x) * 4];
+        const std::uint8_t* p = image->data + y * image->bytesPerRow + x * image->bytesPerPixel;
         return std::uint32_t(p[0]) << 16 | p[1] << 8 | p[2];
     }
 };
-
-Rgba readPng(const fs::path& path) {
-    png_image image{};
-    image.version = PNG_IMAGE_VERSION;
-    Rgba out;
-    if (!png_image_begin_read_from_file(&image, path.c_str())) return out;
-    image.format = PNG_FORMAT_RGBA;
-    out.width = image.width;
-    out.height = image.height;
-    out.pixels.resize(PNG_IMAGE_SIZE(image));
-    if (!png_image_finish_read(&image, nullptr, out.pixels.data(), 0, nullptr)) out = {};
-    return out;
-}
 
 }  // namespace
 
@@ -109,7 +92,7 @@ TEST(SceneFile, RefusesBrokenScenesAndSaysWhere) {
     }
 }
 
-TEST(SceneState, ATapActsOnlyWhenTheFingerGoesDownAndUpInsideTheRegion) {
+TEST(SceneState, TapsActOnlyDownAndUpInsideTheRegionAndAppsFollowTheirScreens) {
     SceneDirectory files;
     std::string error;
     SceneState state(*files.parse(kShop, error));
@@ -135,12 +118,9 @@ TEST(SceneState, ATapActsOnlyWhenTheFingerGoesDownAndUpInsideTheRegion) {
     state.fingerUp(2, 5, 110);
     EXPECT_EQ(state.currentScreen(), "shop");
     EXPECT_EQ(shown, std::vector<std::string>{"shop"});
-}
 
-TEST(SceneState, AppsFollowTheScreenTheyOwn) {
-    SceneDirectory files;
-    std::string error;
-    SceneState state(*files.parse(kShop, error));
+    // Apps follow the screen they own.
+    state.home();
     tactora::Apps& apps = state;
 
     EXPECT_FALSE(apps.isForeground("com.example.shop"));
@@ -177,20 +157,19 @@ TEST(DemoScene, TheTemplateTheButtonAndTheTapsAgreeWithThePictures) {
     auto scene = loadScene((files.dir / "demo" / "scene.json").string(), error);
     ASSERT_TRUE(scene) << error;
 
-    Rgba home = readPng(files.dir / "demo" / "home.png");
-    Rgba icon = readPng(files.dir / "demo" / "icon.png");
-    Rgba app = readPng(files.dir / "demo" / "app.png");
-    ASSERT_EQ(home.width, 640);
-    ASSERT_EQ(home.height, 1136);
-    ASSERT_GT(icon.width, 0);
+    const Rgba home(files.dir / "demo" / "home.png"), icon(files.dir / "demo" / "icon.png"), app(files.dir / "demo" / "app.png");
+    ASSERT_EQ(home.width(), 640);
+    ASSERT_EQ(home.height(), 1136);
+    ASSERT_GT(icon.width(), 0);
+    ASSERT_GT(app.width(), 0);
 
     // The template occurs once on the home screen, inside the icon's tap region.
     int found = 0, foundX = -1, foundY = -1;
-    for (int y = 0; y + icon.height <= home.height; ++y)
-        for (int x = 0; x + icon.width <= home.width; ++x) {
+    for (int y = 0; y + icon.height() <= home.height(); ++y)
+        for (int x = 0; x + icon.width() <= home.width(); ++x) {
             bool same = true;
-            for (int j = 0; j < icon.height && same; ++j)
-                for (int i = 0; i < icon.width && same; ++i) same = home.at(x + i, y + j) == icon.at(i, j);
+            for (int j = 0; j < icon.height() && same; ++j)
+                for (int i = 0; i < icon.width() && same; ++i) same = home.at(x + i, y + j) == icon.at(i, j);
             if (same) ++found, foundX = x, foundY = y;
         }
     EXPECT_EQ(found, 1);
@@ -200,10 +179,10 @@ TEST(DemoScene, TheTemplateTheButtonAndTheTapsAgreeWithThePictures) {
 
     // The button's colour is found only inside the button, whose tap region shows "done".
     int first = -1;
-    for (int y = 0; y < app.height; ++y)
-        for (int x = 0; x < app.width; ++x)
+    for (int y = 0; y < app.height(); ++y)
+        for (int x = 0; x < app.width(); ++x)
             if (app.at(x, y) == buttonColor) {
-                if (first < 0) first = y * app.width + x;
+                if (first < 0) first = y * app.width() + x;
                 EXPECT_TRUE(scene->findScreen("app")->taps.at(0).contains(x / 2.0, y / 2.0)) << x << "," << y;
             }
     ASSERT_GE(first, 0);

@@ -2,6 +2,7 @@
 // templates cut as screenshotRegion cuts them, searches and the safe fuzziness as findImage
 // finds, and refusals of what the page must not ask.
 #include <gtest/gtest.h>
+#include <openssl/evp.h>
 
 #include <filesystem>
 #include <fstream>
@@ -25,17 +26,8 @@ namespace fs = std::filesystem;
 namespace {
 
 std::string base64(const std::vector<std::uint8_t>& bytes) {
-    static const char* digits = "ABCDEFGHIJKLMNOPQRSTUVWXYZabcdefghijklmnopqrstuvwxyz0123456789+/";
-    std::string text;
-    for (std::size_t i = 0; i < bytes.size(); i += 3) {
-        std::uint32_t chunk = bytes[i] << 16;
-        if (i + 1 < bytes.size()) chunk |= bytes[i + 1] << 8;
-        if (i + 2 < bytes.size()) chunk |= bytes[i + 2];
-        text += digits[chunk >> 18 & 63];
-        text += digits[chunk >> 12 & 63];
-        text += i + 1 < bytes.size() ? digits[chunk >> 6 & 63] : '=';
-        text += i + 2 < bytes.size() ? digits[chunk & 63] : '=';
-    }
+    std::string text(bytes.size() / 3 * 4 + 5, '\0');
+    text.resize(EVP_EncodeBlock(reinterpret_cast<unsigned char*>(text.data()), bytes.data(), bytes.size()));
     return text;
 }
 
@@ -75,9 +67,8 @@ struct Phone {
         tactora::reset_screen_scale_factor();
         const auto& profile = host->display().profile();
         const fs::path black = scratch.path() / "black.png";
-        std::vector<std::uint8_t> pixels(4, 0);
-        pixels[3] = 255;
-        auto png = PngCodec().encodePng(pixels.data(), 1, 1, 4);
+        const std::uint8_t pixel[4] = {0, 0, 0, 255};
+        auto png = PngCodec().encodePng(pixel, 1, 1, 4);
         std::ofstream(black, std::ios::binary).write(reinterpret_cast<const char*>(png->data()), png->size());
         scene.emplace(stillScene(black.string()));
         Simulator::Options settings;
@@ -100,42 +91,33 @@ struct Phone {
 }  // namespace
 
 TEST(SimAuthoring, PositionsCutsAndSearchesFollowTheDevicesUnits) {
-    struct Case {
-        const char* device;
-        double unit;  // pixels per script unit: 2 on exactly-2x screens, else 1
-    };
-    // Small screens keep the searches quick; the device's scale is what matters here.
-    for (const Case& c : {Case{"160x284@2", 2}, Case{"100x180@3", 1}}) {
-        SCOPED_TRACE(c.device);
-        Phone phone(c.device);
+    // Small screens keep the searches quick; unit is pixels per script unit (2 only on 2x screens).
+    for (auto [device, unit] : {std::pair{"160x284@2", 2.0}, std::pair{"100x180@3", 1.0}}) {
+        SCOPED_TRACE(device);
+        Phone phone(device);
         const auto& profile = phone.host->display().profile();
         phone.open(patternScreen(profile.pixelWidth(), profile.pixelHeight()), profile.pixelWidth(), profile.pixelHeight());
         const double scale = profile.scale;
 
         // The pattern's first pixel, pointed at in screen points.
-        auto [status, picked] = phone.ask("pick", {{"x", 200.4 / scale}, {"y", 400.4 / scale}});
-        ASSERT_EQ(status, 200) << picked;
-        const int ux = static_cast<int>(200 / c.unit), uy = static_cast<int>(400 / c.unit);
-        EXPECT_EQ(picked["x"], ux);
-        EXPECT_EQ(picked["y"], uy);
+        json picked = phone.ask("pick", {{"x", 200.4 / scale}, {"y", 400.4 / scale}}).second;
+        const int ux = static_cast<int>(200 / unit), uy = static_cast<int>(400 / unit);
         EXPECT_EQ(picked["color"], tactora::getColor(ux, uy));
         EXPECT_NE(picked["color"], 0);
         EXPECT_EQ(picked["tap"], "touchDown(1, " + std::to_string(ux) + ", " + std::to_string(uy) +
                                      "); usleep(50000); touchUp(1, " + std::to_string(ux) + ", " + std::to_string(uy) + ")");
 
-        const int side = static_cast<int>(10 / c.unit);
-        auto [cutStatus, cut] = phone.ask("template/cut", {{"name", "noise.png"}, {"x", ux}, {"y", uy}, {"width", side}, {"height", side}});
-        ASSERT_EQ(cutStatus, 200) << cut;
-        EXPECT_EQ(cut["pixelWidth"], 10);
+        const int side = static_cast<int>(10 / unit);
+        json cut = phone.ask("template/cut", {{"name", "noise.png"}, {"x", ux}, {"y", uy}, {"width", side}, {"height", side}}).second;
+        EXPECT_EQ(cut["pixelWidth"], 10) << cut;
         EXPECT_EQ(cut["pixelHeight"], 10);
         EXPECT_EQ(phone.ask("template/cut", {{"name", "noise.png"}, {"x", 0}, {"y", 0}, {"width", 1}, {"height", 1}}).first, 409)
             << "an existing template is replaced only when asked";
 
         // The copy with 15 of its 100 pixels changed matches from fuzzy 0.84 down (tolerance 16),
         // not at 0.85 (tolerance 14): 0.85 is the loosest step that finds the template once.
-        auto [searchStatus, found] = phone.ask("search", {{"template", "noise.png"}, {"fuzzy", 0.9}, {"safe", true}});
-        ASSERT_EQ(searchStatus, 200) << found;
-        EXPECT_EQ(found["count"], 1);
+        json found = phone.ask("search", {{"template", "noise.png"}, {"fuzzy", 0.9}, {"safe", true}}).second;
+        EXPECT_EQ(found["count"], 1) << found;
         EXPECT_EQ(found["matches"][0], (json{{"x", 100.0}, {"y", 200.0}}));  // findImage's points: pixels halved
         EXPECT_DOUBLE_EQ(found["boxes"][0]["x"].get<double>(), 200 / scale);
         EXPECT_DOUBLE_EQ(found["boxes"][0]["width"].get<double>(), 10 / scale);
@@ -160,22 +142,17 @@ TEST(SimAuthoring, RefusesWhatThePageMustNotAskAndKeepsFilesWhole) {
     fs::create_directories(scripts);
     std::ofstream(scripts / "keep.lua") << "log('kept')\n";
 
+    auto cut = [](const char* name, json x, int width) { return json{{"name", name}, {"x", x}, {"y", 0}, {"width", width}, {"height", 4}}; };
     const std::vector<std::pair<std::string, json>> refused = {
-        {"template/cut", {{"name", "../escape.png"}, {"x", 0}, {"y", 0}, {"width", 4}, {"height", 4}}},
-        {"template/cut", {{"name", "note.txt"}, {"x", 0}, {"y", 0}, {"width", 4}, {"height", 4}}},
-        {"template/cut", {{"name", ".png"}, {"x", 0}, {"y", 0}, {"width", 4}, {"height", 4}}},
-        {"template/cut", {{"name", "wide.png"}, {"x", 300}, {"y", 0}, {"width", 21}, {"height", 4}}},
-        {"template/cut", {{"name", "half.png"}, {"x", 0.5}, {"y", 0}, {"width", 4}, {"height", 4}}},
-        {"pick", {{"x", 320}, {"y", 10}}},
-        {"pick", {{"x", "1"}, {"y", 10}}},
-        {"search", {{"template", "keep.lua"}}},
-        {"search", {{"template", "none.png"}, {"fuzzy", 2}}},
+        {"template/cut", cut("../escape.png", 0, 4)}, {"template/cut", cut("note.txt", 0, 4)},
+        {"template/cut", cut(".png", 0, 4)},          {"template/cut", cut("wide.png", 300, 21)},
+        {"template/cut", cut("half.png", 0.5, 4)},
+        {"pick", {{"x", 320}, {"y", 10}}},          {"pick", {{"x", "1"}, {"y", 10}}},
+        {"search", {{"template", "keep.lua"}}},     {"search", {{"template", "none.png"}, {"fuzzy", 2}}},
         {"search", {{"template", "none.png"}, {"ignoreColors", {-1}}}},
-        {"screen/open", {{"png", "not base64!"}}},
-        {"screen/open", {{"png", base64({1, 2, 3})}}},
+        {"screen/open", {{"png", "not base64!"}}}, {"screen/open", {{"png", base64({1, 2, 3})}}},
         {"script/save", {{"title", "../keep.lua"}, {"text", "x"}}},
-        {"script/save", {{"title", "keep.lua"}, {"text", 5}}},
-        {"script/read", {{"title", "keep.e"}}},
+        {"script/save", {{"title", "keep.lua"}, {"text", 5}}}, {"script/read", {{"title", "keep.e"}}},
     };
     for (const auto& [route, body] : refused) {
         auto [status, answer] = phone.ask(route, body);
@@ -200,11 +177,7 @@ TEST(SimAuthoring, RefusesWhatThePageMustNotAskAndKeepsFilesWhole) {
 
 TEST(SimAuthoring, FindsAScriptsErrorAndItsLineInTheLog) {
     const std::string dir = "/home/me/device/var/mobile/Library/Tactora/Scripts";
-    struct Case {
-        std::string line;
-        std::optional<json> error;
-    };
-    const std::vector<Case> cases = {
+    const std::vector<std::pair<std::string, std::optional<json>>> cases = {
         {"11-23 05:40:49 " + dir + "/b.lua:3: attempt to call global 'noSuch' (a nil value)",
          json{{"title", "b.lua"}, {"line", 3}, {"message", "attempt to call global 'noSuch' (a nil value)"}}},
         // Lua keeps only the end of a long chunk name.
@@ -216,5 +189,5 @@ TEST(SimAuthoring, FindsAScriptsErrorAndItsLineInTheLog) {
         {"11-23 05:40:49 " + dir + "/b.lua:99999999999999: too long a number", std::nullopt},
         {"11-23 05:40:49 a script's own log line", std::nullopt},
     };
-    for (const auto& c : cases) EXPECT_EQ(scriptErrorFromLogLine(c.line, dir), c.error) << c.line;
+    for (const auto& [line, error] : cases) EXPECT_EQ(scriptErrorFromLogLine(line, dir), error) << line;
 }

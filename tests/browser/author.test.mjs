@@ -3,22 +3,15 @@
 // with `tactora play`), running a script with an error, and stopping a running script.
 import { test, before, after } from 'node:test';
 import assert from 'node:assert/strict';
-import { spawn, execFileSync } from 'node:child_process';
-import { mkdtempSync, mkdirSync, copyFileSync, writeFileSync, readFileSync, rmSync, existsSync } from 'node:fs';
+import { execFileSync } from 'node:child_process';
+import { mkdtempSync, mkdirSync, writeFileSync, readFileSync, existsSync } from 'node:fs';
 import { tmpdir } from 'node:os';
 import path from 'node:path';
-import { chromium } from 'playwright-core';
+import { tactora, artifacts, openSimulator } from './harness.mjs';
 
-const here = path.dirname(new URL(import.meta.url).pathname);
-const source = path.resolve(here, '../..');
-const tactora = process.env.TACTORA_CLI || path.join(source, 'build/release/tactora');
-const artifacts = process.env.TACTORA_ARTIFACTS || path.join(source, 'build/browser-artifacts');
-
-let root, scripts, scene, sim, url, context, page;
-const simOutput = [];
+let root, scripts, scene, simulator, page;
 
 before(async () => {
-  mkdirSync(artifacts, { recursive: true });
   root = mkdtempSync(path.join(tmpdir(), 'tactora-author-'));
   scripts = path.join(root, 'var/mobile/Library/Tactora/Scripts');
   scene = path.join(root, 'scene');
@@ -28,38 +21,11 @@ before(async () => {
   writeFileSync(path.join(root, 'Applications/Tactora.app/Extensions.lua'), '');
   writeFileSync(path.join(scripts, 'broken.lua'), 'log("fine so far")\n');
   writeFileSync(path.join(scripts, 'forever.lua'), 'while true do usleep(100000) end\n');
-  await new Promise((resolve, reject) => {
-    sim = spawn(tactora, ['--root', root, '--language', 'en', 'sim', '--scene', path.join(scene, 'scene.json'), '--port', '0'],
-      { stdio: ['ignore', 'pipe', 'pipe'] });
-    const timer = setTimeout(() => reject(new Error('tactora sim printed no URL:\n' + simOutput.join(''))), 15000);
-    const take = (chunk) => {
-      simOutput.push(chunk.toString());
-      const found = /open (http:\/\/127\.0\.0\.1:\d+\/)/.exec(simOutput.join(''));
-      if (found && !url) { url = found[1]; clearTimeout(timer); resolve(); }
-    };
-    sim.stdout.on('data', take);
-    sim.stderr.on('data', take);
-    sim.on('exit', (code) => { if (!url) { clearTimeout(timer); reject(new Error('tactora sim exited with ' + code)); } });
-  });
-  const profile = mkdtempSync(path.join(tmpdir(), 'tactora-chromium-'));
-  context = await chromium.launchPersistentContext(profile, {
-    executablePath: process.env.CHROMIUM || '/usr/bin/chromium',
-    headless: true,
-    args: ['--no-sandbox', '--disable-gpu', '--disable-background-networking', '--disable-component-update',
-      '--disable-sync', '--no-first-run'],
-    viewport: { width: 1500, height: 1000 },
-  });
-  page = context.pages()[0] || await context.newPage();
-  page.setDefaultTimeout(20000);
-  await page.goto(url);
-  await page.locator('#status').filter({ hasText: 'Idle' }).waitFor();
+  simulator = openSimulator(root, path.join(scene, 'scene.json'), { width: 1500, height: 1000 });
+  ({ page } = await simulator);
 });
 
-after(async () => {
-  if (context) await context.close();
-  if (sim && sim.exitCode === null) sim.kill('SIGTERM');
-  if (root) rmSync(root, { recursive: true, force: true });
-});
+after(async () => (await simulator?.catch(() => null))?.close());
 
 // The phone and the script tools, for the pictures in docs/simulator.md.
 const toolsArea = { x: 0, y: 44, width: 850, height: 830 };
@@ -67,16 +33,14 @@ const toolsArea = { x: 0, y: 44, width: 850, height: 830 };
 // The screen's top-left corner on the page; the phone is drawn one CSS pixel a point.
 const screenAt = async () => page.locator('#touch-layer').boundingBox();
 
-async function mode(name) {
-  await page.getByRole('radio', { name }).check();
-}
+const mode = (name) => page.getByRole('radio', { name }).check();
 
-// Alpha of the touch layer at a screen point: whether anything is drawn there.
-const drawnAt = (x, y) => page.evaluate(([x, y]) => {
-  const canvas = document.querySelector('#touch-layer');
+// Alpha of a layer at a screen point: whether anything is drawn there.
+const drawnAt = (x, y, layer = '#touch-layer') => page.evaluate(([x, y, layer]) => {
+  const canvas = document.querySelector(layer);
   const ratio = canvas.width / canvas.getBoundingClientRect().width;
   return canvas.getContext('2d').getImageData(Math.round(x * ratio), Math.round(y * ratio), 1, 1).data[3];
-}, [x, y]);
+}, [x, y, layer]);
 
 async function dismissAlerts() {
   const overlay = page.locator('#overlay');
@@ -224,12 +188,7 @@ test('cuts a template, finds it once where it was cut, and `tactora play` finds 
   assert.ok(await slide(Math.round(safe * 100 - 1) / 100) > 1, 'more than one match just below the safe value');
   assert.equal(await slide(safe), 1);
   assert.equal(await page.locator('#search-count').textContent(), '1 match');
-  const outlined = await page.evaluate(() => {
-    const layer = document.querySelector('#search-layer');
-    const ratio = layer.width / layer.getBoundingClientRect().width;
-    const at = (x, y) => layer.getContext('2d').getImageData(Math.round(x * ratio), Math.round(y * ratio), 1, 1).data[3];
-    return { corner: at(96, 130), inside: at(118, 137) };
-  });
+  const outlined = { corner: await drawnAt(96, 130, '#search-layer'), inside: await drawnAt(118, 137, '#search-layer') };
   assert.ok(outlined.corner > 0 && outlined.inside === 0, 'the outline runs along the cut: ' + JSON.stringify(outlined));
   assert.equal(await page.locator('#search-line').textContent(),
     'findImage{imagePath = rootDir() .. "demo-button.png", fuzzy = ' + safe.toFixed(2) + '}');

@@ -2,38 +2,15 @@
 // panel, a run's touches, recording by hand, and the password prompt of an encrypted script.
 import { test, before, after } from 'node:test';
 import assert from 'node:assert/strict';
-import { spawn, execFileSync } from 'node:child_process';
-import { mkdtempSync, mkdirSync, copyFileSync, writeFileSync, readdirSync, rmSync, existsSync } from 'node:fs';
+import { execFileSync } from 'node:child_process';
+import { mkdtempSync, mkdirSync, copyFileSync, writeFileSync, readdirSync } from 'node:fs';
 import { tmpdir } from 'node:os';
 import path from 'node:path';
-import { chromium } from 'playwright-core';
+import { tactora, artifacts, source, openSimulator } from './harness.mjs';
 
-const here = path.dirname(new URL(import.meta.url).pathname);
-const source = path.resolve(here, '../..');
-const tactora = process.env.TACTORA_CLI || path.join(source, 'build/release/tactora');
-const artifacts = process.env.TACTORA_ARTIFACTS || path.join(source, 'build/browser-artifacts');
-
-let root, scripts, sim, url, context, page;
-const simOutput = [];
-
-function startSim() {
-  return new Promise((resolve, reject) => {
-    sim = spawn(tactora, ['--root', root, '--language', 'en', 'sim', '--scene', path.join(root, 'scene/scene.json'), '--port', '0'],
-      { stdio: ['ignore', 'pipe', 'pipe'] });
-    const timer = setTimeout(() => reject(new Error('tactora sim printed no URL:\n' + simOutput.join(''))), 15000);
-    const take = (chunk) => {
-      simOutput.push(chunk.toString());
-      const found = /open (http:\/\/127\.0\.0\.1:\d+\/)/.exec(simOutput.join(''));
-      if (found && !url) { url = found[1]; clearTimeout(timer); resolve(); }
-    };
-    sim.stdout.on('data', take);
-    sim.stderr.on('data', take);
-    sim.on('exit', (code) => { if (!url) { clearTimeout(timer); reject(new Error('tactora sim exited with ' + code + ':\n' + simOutput.join(''))); } });
-  });
-}
+let root, scripts, simulator, sim, page;
 
 before(async () => {
-  mkdirSync(artifacts, { recursive: true });
   root = mkdtempSync(path.join(tmpdir(), 'tactora-browser-'));
   scripts = path.join(root, 'var/mobile/Library/Tactora/Scripts');
   mkdirSync(scripts, { recursive: true });
@@ -45,27 +22,11 @@ before(async () => {
   writeFileSync(path.join(root, 'secret.lua'), 'touchDown(1, 40, 40)\nusleep(50000)\ntouchUp(1, 40, 40)\nusleep(50000)\n');
   execFileSync(tactora, ['--root', root, 'encrypt', path.join(root, 'secret.lua'), '-o', path.join(scripts, 'secret.e'),
     '--password', 'open sesame']);
-  await startSim();
-
-  const profile = mkdtempSync(path.join(tmpdir(), 'tactora-chromium-'));
-  context = await chromium.launchPersistentContext(profile, {
-    executablePath: process.env.CHROMIUM || '/usr/bin/chromium',
-    headless: true,
-    args: ['--no-sandbox', '--disable-gpu', '--disable-background-networking', '--disable-component-update',
-      '--disable-sync', '--no-first-run'],
-    viewport: { width: 1280, height: 900 },
-  });
-  page = context.pages()[0] || await context.newPage();
-  page.setDefaultTimeout(20000);
-  await page.goto(url);
-  await page.locator('#status').filter({ hasText: 'Idle' }).waitFor();
+  simulator = openSimulator(root, path.join(root, 'scene/scene.json'), { width: 1280, height: 900 });
+  ({ sim, page } = await simulator);
 });
 
-after(async () => {
-  if (context) await context.close();
-  if (sim && sim.exitCode === null) sim.kill('SIGTERM');
-  if (root) rmSync(root, { recursive: true, force: true });
-});
+after(async () => (await simulator?.catch(() => null))?.close());
 
 const overlay = () => page.locator('#overlay');
 
@@ -122,7 +83,8 @@ test('records two taps made with the mouse and plays them back at once', async (
   await page.locator('#status').filter({ hasText: 'Recording' }).waitFor();
 
   const screen = await page.locator('#touch-layer').boundingBox();
-  for (const [x, y] of [[40, 500], [280, 520]]) {
+  const taps = [[40, 500], [280, 520]];
+  for (const [x, y] of taps) {
     await page.mouse.move(screen.x + x, screen.y + y);
     await page.mouse.down();
     await page.waitForTimeout(120);
@@ -141,9 +103,8 @@ test('records two taps made with the mouse and plays them back at once', async (
   // The replay put a finger down where the mouse clicked, in the order clicked.
   const lines = await page.locator('#trace li').allTextContents();
   const downs = lines.filter((line) => / #1 down /.test(line)).slice(-2).map((line) => line.match(/down (\d+),(\d+)/).slice(1).map(Number));
-  assert.equal(downs.length, 2);
-  assert.ok(Math.abs(downs[0][0] - 40) <= 2 && Math.abs(downs[0][1] - 500) <= 2, 'first tap at ' + downs[0]);
-  assert.ok(Math.abs(downs[1][0] - 280) <= 2 && Math.abs(downs[1][1] - 520) <= 2, 'second tap at ' + downs[1]);
+  const near = (a, b) => a.length === b.length && a.every(([x, y], i) => Math.abs(x - b[i][0]) <= 2 && Math.abs(y - b[i][1]) <= 2);
+  assert.ok(near(downs, taps), 'taps replayed at ' + downs.join(' / '));
   await overlay().getByRole('button', { name: 'OK' }).click();
 });
 

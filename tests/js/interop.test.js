@@ -30,53 +30,41 @@ const inputs = {
 // Both sides must take the password as its UTF-8 bytes.
 const passwords = ['password', 'pässwörd 🔑 日本'];
 
-let counter = 0;
-function scratch(name) {
-  return path.join(work, `${counter++}-${name}`);
-}
+let files = 0, ways = 0;
+const scratch = (name) => path.join(work, `${files++}-${name}`);
 
-// The three ways the tool takes a password, used in turn.
-function withPassword(args, password) {
-  const way = counter % 3;
-  if (way === 0) return { args: [...args, '--password', password], env: process.env };
+// Runs the tool, handing it the password each of its three ways in turn.
+function runTool(args, password) {
+  const way = ways++ % 3;
+  let env = process.env;
+  if (way === 0) args = [...args, '--password', password];
   if (way === 1) {
     const file = scratch('password.txt');
     fs.writeFileSync(file, password + '\n', 'utf8');
-    return { args: [...args, '--password-file', file], env: process.env };
+    args = [...args, '--password-file', file];
   }
-  return { args, env: { ...process.env, TACTORA_PASSWORD: password } };
-}
-
-function runTool(args, password) {
-  const call = withPassword(args, password);
-  return spawnSync(tool, call.args, { env: call.env, encoding: 'utf8' });
+  if (way === 2) env = { ...process.env, TACTORA_PASSWORD: password };
+  return spawnSync(tool, args, { env, encoding: 'utf8' });
 }
 
 for (const [name, plain] of Object.entries(inputs)) {
   for (const password of passwords) {
-    const label = `${name}, password ${JSON.stringify(password)}`;
-
-    test(`tactora decrypts what rncryptor-node encrypted: ${label}`, () => {
-      const sealed = Buffer.from(RNCryptor.Encrypt(plain, Buffer.from(password, 'utf8')), 'base64');
-      const input = scratch('from-js.e');
-      const output = scratch('plain');
-      fs.writeFileSync(input, sealed);
-      const run = runTool(['decrypt', input, '-o', output], password);
+    test(`each reads what the other wrote: ${name}, password ${JSON.stringify(password)}`, () => {
+      const key = Buffer.from(password, 'utf8');
+      const fromJs = scratch('from-js.e');
+      fs.writeFileSync(fromJs, Buffer.from(RNCryptor.Encrypt(plain, key), 'base64'));
+      let run = runTool(['decrypt', fromJs, '-o', fromJs + '.plain'], password);
       assert.equal(run.status, 0, run.stderr);
-      assert.ok(fs.readFileSync(output).equals(plain), 'decrypted bytes differ');
-    });
+      assert.ok(fs.readFileSync(fromJs + '.plain').equals(plain), 'tactora decrypted other bytes');
 
-    test(`rncryptor-node decrypts what tactora encrypted: ${label}`, () => {
       const input = scratch('plain');
-      const output = input + '.e';
       fs.writeFileSync(input, plain);
-      const run = runTool(['encrypt', input], password);
+      run = runTool(['encrypt', input], password);
       assert.equal(run.status, 0, run.stderr);
-      const sealed = fs.readFileSync(output);
+      const sealed = fs.readFileSync(input + '.e');
       assert.equal(sealed.length, 34 + (Math.floor(plain.length / 16) + 1) * 16 + 32);
-      const opened = RNCryptor.Decrypt(sealed, Buffer.from(password, 'utf8'));
-      assert.ok(opened !== undefined, 'rncryptor-node refused the HMAC');
-      assert.ok(opened.equals(plain), 'decrypted bytes differ');
+      const opened = RNCryptor.Decrypt(sealed, key);
+      assert.ok(opened !== undefined && opened.equals(plain), 'rncryptor-node refused the HMAC or read other bytes');
       assert.equal(RNCryptor.Decrypt(sealed, Buffer.from(password + 'x', 'utf8')), undefined);
     });
   }
