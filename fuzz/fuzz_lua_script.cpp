@@ -9,13 +9,13 @@
 #include <fuzzer/FuzzedDataProvider.h>
 #include <unistd.h>
 
-#include <atomic>
 #include <chrono>
 #include <condition_variable>
 #include <cstdint>
 #include <cstdio>
 #include <cstdlib>
 #include <mutex>
+#include <stop_token>
 #include <string>
 #include <thread>
 
@@ -37,14 +37,12 @@ using namespace tactora;
 
 namespace {
 
-class InstantClock : public Clock {
-public:
+struct InstantClock : Clock {
     void sleepMicroseconds(std::uint32_t) override {}
     bool sleepMicrosecondsUnless(std::uint32_t, const std::function<bool()>& stopped) override { return !stopped(); }
 };
 
-class CheckingRemote : public RemoteMessagePort {
-public:
+struct CheckingRemote : RemoteMessagePort {
     bool isValid() const override { return true; }
     SendStatus sendRequest(std::int32_t id, std::span<const std::uint8_t> data, double, double,
                            std::vector<std::uint8_t>*) override {
@@ -56,15 +54,11 @@ public:
     }
 };
 
-class CheckingPorts : public MessagePorts {
-public:
-    std::unique_ptr<RemoteMessagePort> createRemote(const std::string&) override {
-        return std::make_unique<CheckingRemote>();
-    }
+struct CheckingPorts : MessagePorts {
+    std::unique_ptr<RemoteMessagePort> createRemote(const std::string&) override { return std::make_unique<CheckingRemote>(); }
 };
 
-class PatternDisplay : public Display {
-public:
+struct PatternDisplay : Display {
     Size bounds() const override { return {32, 48}; }
     double scale() const override { return 2; }
     bool respondsToDisplayLink() const override { return true; }
@@ -74,8 +68,7 @@ public:
     }
 };
 
-class TempPaths : public Paths {
-public:
+struct TempPaths : Paths {
     TempPaths() {
         char pattern[] = "/tmp/tactora-fuzz-lua-XXXXXX";
         if (!mkdtemp(pattern)) std::abort();
@@ -132,34 +125,6 @@ std::string callList(FuzzedDataProvider& input) {
     return script;
 }
 
-// Stops a script that is still running 200 ms after it started, and keeps asking until it ends.
-class Watchdog {
-public:
-    explicit Watchdog(LuaBridge& bridge)
-        : thread_([this, &bridge] {
-              std::unique_lock lock(mutex_);
-              if (wake_.wait_for(lock, std::chrono::milliseconds(200), [this] { return done_; })) return;
-              while (!done_) {
-                  bridge.stopLuaRunning();
-                  wake_.wait_for(lock, std::chrono::milliseconds(5));
-              }
-          }) {}
-    ~Watchdog() {
-        {
-            std::lock_guard lock(mutex_);
-            done_ = true;
-        }
-        wake_.notify_all();
-        thread_.join();
-    }
-
-private:
-    std::mutex mutex_;
-    std::condition_variable wake_;
-    bool done_ = false;
-    std::thread thread_;
-};
-
 }  // namespace
 
 // A script may ask for any amount of memory; the device refuses big blocks, and so does this
@@ -189,9 +154,16 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
     luaL_dostring(bridge.state(),
                   "os.exit=nil os.execute=nil os.remove=nil os.rename=nil os.tmpname=nil os.getenv=nil "
                   "io=nil dofile=nil loadfile=nil require=nil package.loadlib=nil package=nil");
-    {
-        Watchdog watchdog(bridge);
-        bridge.runLuaString(script);
-    }
+    // A watchdog stops a script still running after 200 ms, and keeps asking until it ends.
+    std::mutex mutex;
+    std::condition_variable_any wake;
+    std::jthread watchdog([&](std::stop_token done) {
+        std::unique_lock lock(mutex);
+        for (auto wait = std::chrono::milliseconds(200);
+             !wake.wait_for(lock, done, wait, [] { return false; }) && !done.stop_requested();
+             wait = std::chrono::milliseconds(5))
+            bridge.stopLuaRunning();
+    });
+    bridge.runLuaString(script);
     return 0;
 }

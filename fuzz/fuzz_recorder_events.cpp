@@ -12,6 +12,7 @@
 #include <ctime>
 #include <filesystem>
 #include <fstream>
+#include <iterator>
 #include <regex>
 #include <sstream>
 #include <string>
@@ -27,8 +28,7 @@ using namespace tactora;
 
 namespace {
 
-class TempPaths : public Paths {
-public:
+struct TempPaths : Paths {
     TempPaths() {
         char pattern[] = "/tmp/tactora-fuzz-recorder-XXXXXX";
         if (!mkdtemp(pattern)) std::abort();
@@ -38,29 +38,20 @@ public:
     std::string root;
 };
 
-class FixedClock : public Clock {
-public:
+struct FixedClock : Clock {
     std::tm localNow() const override {
         std::tm now{};
-        now.tm_year = 126;
-        now.tm_mon = 10;
-        now.tm_mday = 22;
+        now.tm_year = 126, now.tm_mon = 10, now.tm_mday = 22;
         return now;
     }
     void sleepMicroseconds(std::uint32_t) override {}
     bool sleepMicrosecondsUnless(std::uint32_t, const std::function<bool()>& stopped) override { return !stopped(); }
 };
 
-class SizedDisplay : public Display {
-public:
+struct SizedDisplay : Display {
     Size bounds() const override { return size; }
     Size size{320, 568};
 };
-
-TempPaths& paths() {
-    static TempPaths instance;
-    return instance;
-}
 
 bool isRecorderLine(const std::string& line) {
     static const std::regex forms(
@@ -104,7 +95,8 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
     SizedDisplay display;
     display.size = {static_cast<double>(input.ConsumeIntegralInRange<int>(0, 2048)),
                     static_cast<double>(input.ConsumeIntegralInRange<int>(0, 2048))};
-    platform().paths = &paths();
+    static TempPaths paths;
+    platform().paths = &paths;
     platform().clock = &clock;
     platform().display = &display;
     Global::sharedInstance().reset();
@@ -129,9 +121,7 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
     stopRecording();
 
     std::ifstream in(*path, std::ios::binary);
-    std::stringstream buffer;
-    buffer << in.rdbuf();
-    std::string text = buffer.str();
+    const std::string text{std::istreambuf_iterator<char>(in), {}};
     std::filesystem::remove(*path);
     Global::sharedInstance().reset();
 
@@ -140,10 +130,10 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
     std::string line, touchText;
     int number = 0;
     while (std::getline(lines, line)) {
-        ++number;
-        if (number == 1 && line.rfind("CREATETIME=\"", 0) == 0) continue;
-        if (number == 2 && line.rfind("SCREEN_RESOLUTION=\"", 0) == 0) continue;
-        if (number <= 2) __builtin_trap();  // the header is missing
+        if (++number <= 2) {
+            if (line.rfind(number == 1 ? "CREATETIME=\"" : "SCREEN_RESOLUTION=\"", 0) != 0) __builtin_trap();
+            continue;  // the header
+        }
         if (!isRecorderLine(line)) {
             std::fprintf(stderr, "not a recorder line: %s\n", line.c_str());
             __builtin_trap();

@@ -23,10 +23,7 @@ const char* endlessScript = "while true do usleep(20000) end\n";
 
 class ActionListenerTest : public ::testing::Test {
 protected:
-    void SetUp() override {
-        listener = ActionListener::load();
-        ASSERT_TRUE(listener);
-    }
+    void SetUp() override { ASSERT_TRUE(listener = ActionListener::load()); }
     void TearDown() override {
         // Let a run that is still going end before the device goes.
         if (Global::sharedInstance().isPlaying()) ScriptManager::stopPlaying();
@@ -35,19 +32,9 @@ protected:
 
     bool send(const std::string& event) { return device.registry.sendEvent(event); }
     Global& global() { return Global::sharedInstance(); }
-    bool hasAlert(const std::string& message) {
-        auto messages = device.alertMessages();
-        return std::find(messages.begin(), messages.end(), message) != messages.end();
-    }
+    bool hasAlert(const std::string& message) { return std::ranges::count(device.alertMessages(), message) > 0; }
     // Closes every open alert with its cancel button.
-    void closeAlerts() {
-        while (device.hostAlerts.pressButtonOfTopAlert(0)) {
-        }
-    }
-    void bindScript(const std::string& event, const std::string& title) {
-        ActivatorManager::assignActivatorTrigger(ActivatorTrigger(event, forWhatPlayScript, title),
-                                                 {LAEventModeSpringBoard});
-    }
+    void closeAlerts() { while (device.hostAlerts.pressButtonOfTopAlert(0)) continue; }
     // Picks `title` from the control panel and answers the play settings panel with `button`.
     void chooseFromControlPanel(const std::string& title, int button) {
         ASSERT_TRUE(send(panelEvent));
@@ -61,9 +48,7 @@ protected:
         ASSERT_TRUE(settings);
         settings->buttonClicked(button);
     }
-    bool waitUntilPlaying(bool playing) {
-        return device.runUntil([&] { return global().isPlaying() == playing; });
-    }
+    bool waitUntilPlaying(bool playing) { return device.runUntil([&] { return global().isPlaying() == playing; }); }
 
     ControlDevice device;
     std::shared_ptr<ActionListener> listener;
@@ -149,7 +134,8 @@ TEST_F(ActionListenerTest, EncryptedScriptsUseTheRememberedPasswordAndForgetAWro
     const std::string plain = device.writeScript("secret.lua", "x = 1\n");
     Encrypt::encryptScript(plain, "right");
     const std::string path = plain + ".e";
-    bindScript(shakeEvent, "secret.lua.e");
+    ActivatorManager::assignActivatorTrigger(ActivatorTrigger(shakeEvent, forWhatPlayScript, "secret.lua.e"),
+                                             {LAEventModeSpringBoard});
     const std::string key = "script.password." + path;
 
     // A remembered password that no longer works is forgotten, and the prompt asks.

@@ -16,20 +16,13 @@
 #include <random>
 #include <thread>
 
-#include "Control/Helper.h"
 #include "Control/ScriptManager.h"
 #include "Kernel/EventSimulate.h"
 #include "Kernel/LuaBridge.h"
 #include "Kernel/Recorder.h"
-#include "Kernel/ScriptFunctions.h"
 #include "Managers/DataManager.h"
 #include "Managers/Database.h"
-#include "Managers/FileManager.h"
 #include "RuntimeFakes.h"
-#include "host/FileUserDefaults.h"
-#include "host/HostClock.h"
-#include "host/ReceiverProcess.h"
-#include "host/UnixMessagePorts.h"
 
 using namespace tactora;
 using namespace tactora::runtimetest;
@@ -38,23 +31,18 @@ using std::chrono::steady_clock;
 
 namespace {
 
-constexpr const char* scriptsDir = "/var/mobile/Library/Tactora/Scripts";
-constexpr const char* libraryDir = "/var/mobile/Library/Tactora/Library";
-
 double secondsSince(steady_clock::time_point start) {
     return std::chrono::duration<double>(steady_clock::now() - start).count();
 }
 
 // A runtime device whose runs the test starts and waits for; the test thread is the main thread.
 struct Player {
-    Player() {
-        ScriptManager::setFinishedObserver([this] { ++finishes; });
-    }
+    Player() { ScriptManager::setFinishedObserver([this] { ++finishes; }); }
     ~Player() { ScriptManager::setFinishedObserver(nullptr); }
 
     void start(const std::string& script, long repeatTime = 0) {
         auto settings = std::make_shared<PlaySettings>();
-        auto path = device.map(std::string(scriptsDir) + "/fault.lua");
+        auto path = device.map("/var/mobile/Library/Tactora/Scripts/fault.lua");
         writeFile(path, script);
         settings->setScriptTitle("fault.lua");
         settings->setScriptPath(path.string());
@@ -84,8 +72,7 @@ struct Player {
 
 std::uintmax_t fileSize(const fs::path& path) {
     std::error_code error;
-    auto size = fs::file_size(path, error);
-    return error ? 0 : size;
+    return fs::file_size(path, error) * !error;
 }
 
 PlaySettings settingsFor(const std::string& title, long times) {
@@ -107,40 +94,30 @@ std::vector<std::string> storedTitles() {
 
 std::string integrity(const fs::path& file) {
     sqlite3* db = nullptr;
-    std::string result = "cannot open";
-    if (sqlite3_open_v2(file.c_str(), &db, SQLITE_OPEN_READONLY, nullptr) == SQLITE_OK) {
-        sqlite3_stmt* statement = nullptr;
-        if (sqlite3_prepare_v2(db, "PRAGMA integrity_check;", -1, &statement, nullptr) == SQLITE_OK &&
-            sqlite3_step(statement) == SQLITE_ROW)
-            result = reinterpret_cast<const char*>(sqlite3_column_text(statement, 0));
-        else
-            result = sqlite3_errmsg(db);
-        sqlite3_finalize(statement);
-    }
+    sqlite3_stmt* check = nullptr;
+    sqlite3_open_v2(file.c_str(), &db, SQLITE_OPEN_READONLY, nullptr);
+    sqlite3_prepare_v2(db, "PRAGMA integrity_check;", -1, &check, nullptr);
+    std::string result = sqlite3_step(check) == SQLITE_ROW ? (const char*)sqlite3_column_text(check, 0) : sqlite3_errmsg(db);
+    sqlite3_finalize(check);
     sqlite3_close(db);
     return result;
 }
 
 // Lets the files of this process grow only to `bytes` while it lives, as a full disk would
 // (writes past it fail with EFBIG instead of killing the process).
-class FileSizeLimit {
-public:
-    explicit FileSizeLimit(rlim_t bytes) {
-        previousHandler_ = ::signal(SIGXFSZ, SIG_IGN);
-        ::getrlimit(RLIMIT_FSIZE, &previous_);
-        rlimit limit{bytes, previous_.rlim_max};
-        ok_ = ::setrlimit(RLIMIT_FSIZE, &limit) == 0;
+struct FileSizeLimit {
+    explicit FileSizeLimit(rlim_t bytes) : handler(::signal(SIGXFSZ, SIG_IGN)) {
+        ::getrlimit(RLIMIT_FSIZE, &previous);
+        rlimit limit{bytes, previous.rlim_max};
+        ok = ::setrlimit(RLIMIT_FSIZE, &limit) == 0;
     }
     ~FileSizeLimit() {
-        ::setrlimit(RLIMIT_FSIZE, &previous_);
-        ::signal(SIGXFSZ, previousHandler_);
+        ::setrlimit(RLIMIT_FSIZE, &previous);
+        ::signal(SIGXFSZ, handler);
     }
-    bool ok() const { return ok_; }
-
-private:
-    rlimit previous_{};
-    sighandler_t previousHandler_;
-    bool ok_ = false;
+    sighandler_t handler;
+    rlimit previous{};
+    bool ok = false;
 };
 
 }  // namespace
@@ -268,21 +245,15 @@ TEST(Faults, AFullDiskKeepsTheStoreWholeAndRecordingsEndingOnACompleteLine) {
     const fs::path store = DataManager::dataFilePath();
     startRecording();
     auto recording = *recordingFilePath();
-    HIDEvent touch;
+    HIDEvent touch;  // five fingers: about 150 bytes an event
     touch.type = kIOHIDEventTypeDigitizer;
-    for (std::uint32_t finger = 1; finger <= 5; ++finger) {  // five fingers: about 150 bytes an event
-        HIDDigitizerChild child;
-        child.index = finger;
-        child.touch = 1;
-        child.eventMask = kIOHIDDigitizerEventPosition;
-        child.x = child.y = 0.1 * finger;
-        touch.children.push_back(child);
-    }
+    for (std::uint32_t finger = 1; finger <= 5; ++finger)
+        touch.children.push_back({finger, 1, kIOHIDDigitizerEventPosition, 0.1 * finger, 0.1 * finger});
 
     int stored = 1, refused = 0;
     {
         FileSizeLimit limit(std::max<rlim_t>(fileSize(store), fileSize(recording) + 1000));
-        ASSERT_TRUE(limit.ok());
+        ASSERT_TRUE(limit.ok);
         for (int i = 0; i < 150; ++i) {
             (DataManager::insertPlaySettings(settingsFor("row" + std::to_string(i) + ".lua", i)) ? stored : refused)++;
             touch.timestamp = 24000u * (i + 1);
@@ -313,7 +284,6 @@ TEST(Faults, AFullDiskKeepsTheStoreWholeAndRecordingsEndingOnACompleteLine) {
 
 // Regression: a stop between the runner checking its flag and the chunk starting was lost.
 TEST(Faults, AStopThatComesJustBeforeAPassStartsEndsThatPass) {
-    // The runner looked at its flag, the user stopped, then the chunk starts: the stop must hold.
     RuntimeDevice device;
     writeFile(device.map("/Applications/Tactora.app/Extensions.lua"), "");
     std::atomic<bool> playing{true};

@@ -10,6 +10,7 @@
 #include <filesystem>
 #include <fstream>
 #include <functional>
+#include <iterator>
 #include <map>
 #include <mutex>
 #include <sstream>
@@ -62,19 +63,10 @@ public:
     std::vector<std::string> preferredLanguages() const override { return list; }
 };
 
-struct DiagnosticEntry {
-    std::string message;
-    std::string file;
-    int line;
-    std::string function;
-};
-
+// Diagnostics are not part of what these tests check.
 class RecordingDiagnosticLog final : public DiagnosticLog {
 public:
-    std::vector<DiagnosticEntry> entries;
-    void write(std::string_view message, std::string_view file, int line, std::string_view function) override {
-        entries.push_back({std::string(message), std::string(file), line, std::string(function)});
-    }
+    void write(std::string_view, std::string_view, int, std::string_view) override {}
 };
 
 class RecordingAlerts final : public Alerts {
@@ -100,12 +92,11 @@ private:
 class CountingFeedback final : public Feedback {
 public:
     std::atomic<int> vibrations{0};
-    std::atomic<int> sounds{0};
     std::mutex mutex;
     std::vector<bool> idleTimerCalls;
 
     void vibrate() override { ++vibrations; }
-    void playBundledSound() override { ++sounds; }
+    void playBundledSound() override {}
     void resetIdleTimerAndUndim(bool playing) override {
         std::lock_guard lock(mutex);
         idleTimerCalls.push_back(playing);
@@ -123,12 +114,8 @@ public:
     std::function<void(std::uint32_t microseconds)> onSleep;
 
     FakeClock(int year, int month, int day, int hour, int minute, int second) {
-        now.tm_year = year - 1900;
-        now.tm_mon = month - 1;
-        now.tm_mday = day;
-        now.tm_hour = hour;
-        now.tm_min = minute;
-        now.tm_sec = second;
+        now.tm_year = year - 1900, now.tm_mon = month - 1, now.tm_mday = day;
+        now.tm_hour = hour, now.tm_min = minute, now.tm_sec = second;
     }
     std::uint64_t absoluteTime() const override { return ticks; }
     std::tm localNow() const override { return now; }
@@ -195,9 +182,7 @@ private:
 
 inline std::string readFile(const std::filesystem::path& path) {
     std::ifstream in(path, std::ios::binary);
-    std::stringstream text;
-    text << in.rdbuf();
-    return text.str();
+    return {std::istreambuf_iterator<char>(in), {}};
 }
 
 inline void writeFile(const std::filesystem::path& path, const std::string& text) {

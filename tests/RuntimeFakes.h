@@ -4,6 +4,7 @@
 // panels and the recorder.
 #pragma once
 
+#include <algorithm>
 #include <chrono>
 #include <cstdint>
 #include <filesystem>
@@ -44,8 +45,7 @@ public:
     };
 
     std::unique_ptr<RemoteMessagePort> createRemote(const std::string& name) override {
-        if (name != injectionPortName) return nullptr;
-        return std::make_unique<Remote>(log_);
+        return name == injectionPortName ? std::make_unique<Remote>(log_) : nullptr;
     }
 
     std::vector<SentMessage> messages() const {
@@ -57,19 +57,14 @@ public:
         for (const SentMessage& message : messages()) result.push_back(message.id);
         return result;
     }
-    size_t count(std::int32_t id) const {
-        size_t n = 0;
-        for (const SentMessage& message : messages()) n += message.id == id;
-        return n;
-    }
+    size_t count(std::int32_t id) const { return std::ranges::count(ids(), id); }
     void clear() {
         std::lock_guard lock(log_->mutex);
         log_->messages.clear();
     }
 
 private:
-    class Remote final : public RemoteMessagePort {
-    public:
+    struct Remote final : RemoteMessagePort {
         explicit Remote(std::shared_ptr<Log> log) : log_(std::move(log)) {}
         bool isValid() const override { return true; }
         SendStatus sendRequest(std::int32_t id, std::span<const std::uint8_t> data, double, double,
@@ -79,8 +74,6 @@ private:
             if (reply) reply->clear();
             return SendStatus::success;
         }
-
-    private:
         std::shared_ptr<Log> log_;
     };
 

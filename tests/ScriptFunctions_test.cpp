@@ -51,11 +51,7 @@ TEST(ScriptFunctions, TheFirstLogLineCreatesTheFileAndLaterOnesAreAppended) {
     ScriptRun run(device);
     ASSERT_FALSE(std::filesystem::exists(device.logFile()));
     run("log('first') logging('second')");
-    device.clock.now.tm_mon = 11;
-    device.clock.now.tm_mday = 31;
-    device.clock.now.tm_hour = 23;
-    device.clock.now.tm_min = 59;
-    device.clock.now.tm_sec = 58;
+    device.clock.now = FakeClock(2026, 12, 31, 23, 59, 58).now;
     run("log('third line, with ünïcode')");
     EXPECT_EQ(device.log(),
               "03-07 09:05:03 first\n"
@@ -94,6 +90,7 @@ TEST(ScriptFunctions, SleepsScaleLinearlyWithThePlaySpeedInSinglePrecision) {
     }
 }
 
+// The script's pauses at 1.5x, then the end-of-run sync and pause, which ignores the speed.
 TEST(ScriptFunctions, UsleepFlushesTheTouchesBeforeItsPauseEvenForZero) {
     RuntimeDevice device;
     ScriptRun run(device);
@@ -102,29 +99,14 @@ TEST(ScriptFunctions, UsleepFlushesTheTouchesBeforeItsPauseEvenForZero) {
     EXPECT_EQ(device.ports.ids(), (std::vector<std::int32_t>{SimulateMessageTouch, SimulateMessageSync,
                                                               SimulateMessageTouch, SimulateMessageSync,
                                                               SimulateMessageSync, SimulateMessageSync}));
-    // The script's pauses at 1.5x, then the end-of-run pause, which ignores the speed.
     EXPECT_EQ(device.clock.sleeps(), (std::vector<std::uint32_t>{0, 200000, 5, 16000}));
-
-    auto touch = device.ports.messages()[0];
-    ASSERT_EQ(touch.data.size(), 24u);
-    std::int32_t phase, finger;
-    double x, y;
-    std::memcpy(&phase, touch.data.data(), 4);
-    std::memcpy(&finger, touch.data.data() + 4, 4);
-    std::memcpy(&x, touch.data.data() + 8, 8);
-    std::memcpy(&y, touch.data.data() + 16, 8);
-    EXPECT_EQ(phase, touchPhaseDown);
-    EXPECT_EQ(finger, 3);
-    EXPECT_EQ(x, 100.0);
-    EXPECT_EQ(y, 200.0);
-}
-
-TEST(ScriptFunctions, LastSyncFlushesAndWaits16msWhateverTheSpeed) {
-    RuntimeDevice device;
-    setSpeed(2.0f);
-    lastSync();
-    EXPECT_EQ(device.ports.ids(), std::vector<std::int32_t>{SimulateMessageSync});
-    EXPECT_EQ(device.clock.sleeps(), std::vector<std::uint32_t>{16000});
+    struct {
+        std::int32_t phase, finger;
+        double x, y;
+    } touch;
+    ASSERT_EQ(device.ports.messages()[0].data.size(), sizeof touch);
+    std::memcpy(&touch, device.ports.messages()[0].data.data(), sizeof touch);
+    EXPECT_EQ(std::tie(touch.phase, touch.finger, touch.x, touch.y), std::make_tuple(touchPhaseDown, 3, 100.0, 200.0));
 }
 
 namespace {
@@ -146,10 +128,8 @@ std::shared_ptr<host::Frame> screenFrame(std::uint32_t width, std::uint32_t heig
 }
 
 void writePng(const std::filesystem::path& path, const host::Frame& frame) {
-    host::PngCodec codec;
-    auto png = codec.encodePng(frame.rgba.data(), frame.width, frame.height, frame.width * 4);
-    ASSERT_TRUE(png);
-    writeFile(path, std::string(png->begin(), png->end()));
+    auto png = host::PngCodec().encodePng(frame.rgba.data(), frame.width, frame.height, frame.width * 4);
+    writeFile(path, png ? std::string(png->begin(), png->end()) : "");
 }
 
 }  // namespace
@@ -193,17 +173,10 @@ TEST(ScriptFunctions, ScreenResultsReachScriptsAsIntegersAndPointTables) {
         log(show(findImage({ imagePath = dir .. "smudged.png", fuzzy = 0.75 })))
         log(show(findImage({ imagePath = dir .. "missing.png" })))
     )");
-    auto log = device.logLines();
-    ASSERT_EQ(log.size(), 9u) << device.log();
-    const std::string stamp = "03-07 09:05:03 ";
-    EXPECT_EQ(log[0], stamp + "10x8 20x16 32");
-    EXPECT_EQ(log[1], stamp + "16711680 16777215 -1");
-    EXPECT_EQ(log[2], stamp + "[2,1#2 5,6#2][2,1#2][]");
-    EXPECT_EQ(log[3], stamp + "[3,2#2]");
-    EXPECT_EQ(log[4], stamp + "[]");
-    EXPECT_EQ(log[5], stamp + "[3,2#2]");
-    EXPECT_EQ(log[6], stamp + "[3,2#2]");
-    EXPECT_EQ(log[7], stamp + "[3,2#2]");
-    EXPECT_EQ(log[8], stamp + "[]");
+    std::string expected;
+    for (const char* line : {"10x8 20x16 32", "16711680 16777215 -1", "[2,1#2 5,6#2][2,1#2][]", "[3,2#2]", "[]",
+                             "[3,2#2]", "[3,2#2]", "[3,2#2]", "[]"})
+        expected += std::string("03-07 09:05:03 ") + line + "\n";
+    EXPECT_EQ(device.log(), expected);
     reset_screen_scale_factor();
 }

@@ -2,7 +2,9 @@
 
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <future>
+#include <numeric>
 
 #include "Kernel/LuaBridge.h"
 #include "RuntimeFakes.h"
@@ -18,10 +20,7 @@ using Sleeps = std::vector<std::uint32_t>;
 struct Runner {
     Runner() {
         writeFile(device.map("/Applications/Tactora.app/Extensions.lua"), "");
-        ScriptManager::setFinishedObserver([this] {
-            finishedOn = std::this_thread::get_id();
-            ++finishes;
-        });
+        ScriptManager::setFinishedObserver([this] { finishedOn = std::this_thread::get_id(), ++finishes; });
         ScriptManager::setPassObserver([this](std::uint64_t pass) {
             std::lock_guard lock(mutex);
             announced.push_back(pass);
@@ -54,11 +53,7 @@ struct Runner {
     }
 
     // The passes a script that logs "pass" made.
-    size_t passes() const {
-        size_t n = 0;
-        for (const std::string& line : device.logLines()) n += line.ends_with(" pass");
-        return n;
-    }
+    long passes() const { return std::ranges::count_if(device.logLines(), [](auto& line) { return line.ends_with(" pass"); }); }
 
     RuntimeDevice device;
     std::mutex mutex;
@@ -86,10 +81,10 @@ TEST(ScriptManager, PlaysAsOftenAsAskedWithTheIntervalOnlyBetweenPasses) {
         SCOPED_TRACE(::testing::Message() << test.repeatTime << " times, " << test.repeatInterval << " s apart");
         Runner runner;
         runner.play("log('pass')", test.repeatTime, test.repeatInterval);
-        EXPECT_EQ(runner.passes(), static_cast<size_t>(test.repeatTime));
+        EXPECT_EQ(runner.passes(), test.repeatTime);
         EXPECT_EQ(runner.device.clock.sleeps(), test.sleeps);
-        std::vector<std::uint64_t> expected;
-        for (long pass = 1; pass <= test.repeatTime; ++pass) expected.push_back(static_cast<std::uint64_t>(pass));
+        std::vector<std::uint64_t> expected(test.repeatTime);
+        std::iota(expected.begin(), expected.end(), 1);
         EXPECT_EQ(runner.announced, expected);
     }
 }
@@ -117,9 +112,7 @@ TEST(ScriptManager, TheFinishingStepRunsOnTheMainThreadAndClearsTheRun) {
     EXPECT_EQ(runner.device.feedback.idleTimerCalls, (std::vector<bool>{true, false}));
     auto alerts = runner.device.alerts.shown();
     ASSERT_EQ(alerts.size(), 1u);
-    EXPECT_EQ(alerts[0].title, "Tactora");
-    EXPECT_EQ(alerts[0].message, "Playing Finished!");
-    EXPECT_EQ(alerts[0].cancelButton, "OK");
+    EXPECT_EQ(alerts[0].title + "|" + alerts[0].message + "|" + alerts[0].cancelButton, "Tactora|Playing Finished!|OK");
     EXPECT_TRUE(alerts[0].otherButtons.empty());
     EXPECT_FALSE(alerts[0].didDismissWithButtonIndex);
 }
@@ -133,7 +126,7 @@ TEST(ScriptManager, ZeroOrANegativeCountPlaysUntilStopped) {
             if (microseconds == 16000 && ++ends == 4) ScriptManager::stopPlaying();
         };
         runner.play("log('pass')", repeatTime, 1);
-        EXPECT_EQ(runner.passes(), 4u);
+        EXPECT_EQ(runner.passes(), 4);
         EXPECT_EQ(runner.device.clock.count(1000000), 3u);
         EXPECT_EQ(runner.device.alerts.shown().size(), 1u);
     }

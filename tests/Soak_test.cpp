@@ -4,7 +4,6 @@
 // TACTORA_SOAK_PASSES sets the number of passes (300 by default, 100 under ASan, 40 under TSan;
 // scripts/soak.sh runs 10,000).
 #include <gtest/gtest.h>
-#include <dirent.h>
 
 #include <chrono>
 #include <atomic>
@@ -30,8 +29,8 @@ using namespace tactora::runtimetest;
 
 namespace {
 
-// Under a sanitizer freed memory waits in a quarantine of a few hundred megabytes, so resident
-// memory says nothing there; leaks are LeakSanitizer's business in that build.
+// Under a sanitizer freed memory waits in a quarantine, so resident memory says nothing there;
+// leaks are LeakSanitizer's business in that build.
 #if defined(__SANITIZE_THREAD__)
 constexpr std::uint64_t defaultPasses = 40;
 constexpr bool memoryIsMeaningful = false;
@@ -57,13 +56,8 @@ long statusField(const char* name) {
     return -1;
 }
 
-int openFiles() {
-    int count = 0;
-    if (DIR* dir = ::opendir("/proc/self/fd")) {
-        while (dirent* entry = ::readdir(dir)) count += entry->d_name[0] != '.';
-        ::closedir(dir);
-    }
-    return count - 1;  // the listing's own descriptor
+int openFiles() {  // less the listing's own descriptor
+    return int(std::distance(std::filesystem::directory_iterator("/proc/self/fd"), {})) - 1;
 }
 
 Sample sample(std::uint64_t pass) { return {pass, statusField("VmRSS:"), openFiles(), int(statusField("Threads:"))}; }
@@ -73,16 +67,14 @@ std::shared_ptr<host::Frame> screen(const host::DeviceProfile& profile) {
     auto frame = std::make_shared<host::Frame>();
     frame->width = profile.pixelWidth();
     frame->height = profile.pixelHeight();
-    frame->rgba.assign(std::size_t(frame->width) * frame->height * 4, 0);
+    frame->rgba.resize(std::size_t(frame->width) * frame->height * 4);
     for (std::uint32_t y = 0; y < frame->height; ++y)
         for (std::uint32_t x = 0; x < frame->width; ++x) {
-            std::uint8_t* p = &frame->rgba[(std::size_t(y) * frame->width + x) * 4];
             const bool red = x >= 400 && x < 420 && y >= 600 && y < 620;
             const bool mark = x >= 100 && x < 108 && y >= 900 && y < 908;
-            p[0] = red ? 255 : mark ? std::uint8_t(x * 31) : 90;
-            p[1] = red ? 0 : mark ? std::uint8_t(y * 17) : 90;
-            p[2] = red ? 0 : mark ? 200 : 90;
-            p[3] = 255;
+            const std::uint8_t pixel[] = {std::uint8_t(red ? 255 : mark ? x * 31 : 90),
+                                          std::uint8_t(red ? 0 : mark ? y * 17 : 90), std::uint8_t(red ? 0 : mark ? 200 : 90), 255};
+            std::memcpy(&frame->rgba[(std::size_t(y) * frame->width + x) * 4], pixel, 4);
         }
     return frame;
 }
@@ -137,7 +129,6 @@ usleep(200000)
     auto settings = std::make_shared<PlaySettings>();
     settings->setScriptTitle("soak.lua");
     settings->setScriptPath(scriptPath.string());
-    settings->setPlayType(0);
     settings->setRepeatTime(long(passes));
     settings->setRepeatInterval(0);
     settings->setPlaySpeed(2.0f);
