@@ -37,7 +37,6 @@ TEST(CaptureScreen, ATwoTimesScreenCapturesEveryPixelAndReportsPointsAndPixels) 
     EXPECT_EQ(getScreenSize(), (std::pair<double, double>{320, 568}));
     EXPECT_EQ(getScreenResolution(), (std::pair<double, double>{640, 1136}));
     EXPECT_EQ(get_screen_scale_factor(), 2.0f);
-    EXPECT_EQ(getScreenBitDepth(), 32);
     const ScreenImage image = CaptureScreen::captureScreen();
     ASSERT_EQ(image.width, 640);
     ASSERT_EQ(image.height, 1136);
@@ -49,7 +48,6 @@ TEST(CaptureScreen, ATwoTimesScreenCapturesEveryPixelAndReportsPointsAndPixels) 
     PixelBufferPtr rgba(getImageData(image));
     ASSERT_NE(rgba, nullptr);
     EXPECT_EQ(rgba->bytesPerRow, 2560u);
-    EXPECT_EQ(rgba->bytesPerPixel, 4u);
     const std::uint8_t last[4] = {0x20, 0x40, 0x60, 0xFF};
     EXPECT_EQ(std::memcmp(rgba->data + rgba->bytesPerRow * 1136 - 4, last, 4), 0);
 }

@@ -1,6 +1,6 @@
 // Test support for the encrypted script format: a straightforward reference of the file format
 // written directly on OpenSSL (one-shot calls, no pieces, no queues), a crypto port with
-// predictable random bytes, a diagnostic log that keeps its entries, and file helpers.
+// predictable random bytes, and file helpers.
 #pragma once
 
 #include <openssl/evp.h>
@@ -10,7 +10,6 @@
 #include <filesystem>
 #include <fstream>
 #include <iterator>
-#include <mutex>
 #include <optional>
 #include <random>
 #include <string>
@@ -18,7 +17,6 @@
 
 #include "FoundationFakes.h"
 #include "Platform/Crypto.h"
-#include "Platform/DiagnosticLog.h"
 #include "host/OpenSSLCrypto.h"
 
 namespace tactora::crypttest {
@@ -123,29 +121,6 @@ public:
 private:
     host::OpenSSLCrypto real_;
     std::uint8_t next_;
-};
-
-class RecordingDiagnosticLog final : public DiagnosticLog {
-public:
-    struct Entry {
-        std::string message, function;
-    };
-    void write(std::string_view message, std::string_view, int, std::string_view function) override {
-        std::lock_guard lock(mutex_);
-        entries_.push_back({std::string(message), std::string(function)});
-    }
-    std::vector<Entry> entries() const {
-        std::lock_guard lock(mutex_);
-        return entries_;
-    }
-    void clear() {
-        std::lock_guard lock(mutex_);
-        entries_.clear();
-    }
-
-private:
-    mutable std::mutex mutex_;
-    std::vector<Entry> entries_;
 };
 
 // --- files ------------------------------------------------------------------------------------

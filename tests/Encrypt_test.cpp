@@ -23,16 +23,9 @@ protected:
         return dir_.file(name) + ".e";
     }
 
-    int successEntries() const {
-        int count = 0;
-        for (const auto& entry : log_.entries())
-            if (entry.message == "error:(null)" && entry.function == "+[Encrypt decryptScript:with:]") ++count;
-        return count;
-    }
-
     ScopedPlatform scope_;
     host::OpenSSLCrypto crypto_;
-    RecordingDiagnosticLog log_;
+    tactora::testing::RecordingDiagnosticLog log_;
     ScratchDirectory dir_;
 };
 
@@ -41,10 +34,11 @@ protected:
 TEST_F(EncryptTest, ScriptRoundTripsAndLogsOnlyOnSuccess) {
     std::string path = sealScript("a.lua", "touchDown(0, 100, 200)\nusleep(16000)\n", "pw");
     EXPECT_EQ(Encrypt::decryptScript(path, "wrong"), std::nullopt);
-    EXPECT_EQ(successEntries(), 0);
+    EXPECT_TRUE(log_.entries.empty());
     EXPECT_EQ(Encrypt::decryptScript(path, "pw"), "touchDown(0, 100, 200)\nusleep(16000)\n");
-    EXPECT_EQ(successEntries(), 1);
-    EXPECT_EQ(log_.entries().size(), 1u);
+    ASSERT_EQ(log_.entries.size(), 1u);
+    EXPECT_EQ(log_.entries[0].message, "error:(null)");
+    EXPECT_EQ(log_.entries[0].function, "+[Encrypt decryptScript:with:]");
 }
 
 TEST_F(EncryptTest, TextOutsideAsciiIsRefusedThoughItDecrypts) {

@@ -1,80 +1,43 @@
 #include <gtest/gtest.h>
 
+#include <array>
 #include <cstdlib>
-#include <map>
 
 #include "host/EnvLanguages.h"
 
 using tactora::host::EnvLanguages;
 using tactora::host::languageTagFromLocale;
 
-namespace {
-
-// Sets environment variables for a scope and puts the previous values back.
-class ScopedEnvironment {
-public:
-    explicit ScopedEnvironment(const std::map<std::string, const char*>& values) {
-        for (const auto& [name, value] : values) {
-            const char* old = std::getenv(name.c_str());
-            saved_[name] = old ? std::optional<std::string>(old) : std::nullopt;
-            if (value)
-                setenv(name.c_str(), value, 1);
-            else
-                unsetenv(name.c_str());
-        }
-    }
-    ~ScopedEnvironment() {
-        for (const auto& [name, value] : saved_) {
-            if (value)
-                setenv(name.c_str(), value->c_str(), 1);
-            else
-                unsetenv(name.c_str());
-        }
-    }
-
-private:
-    std::map<std::string, std::optional<std::string>> saved_;
-};
-
-using List = std::vector<std::string>;
-
-}  // namespace
-
 TEST(EnvLanguages, LocalesBecomeLanguageTags) {
-    EXPECT_EQ(languageTagFromLocale("ja_JP.UTF-8"), "ja-JP");
-    EXPECT_EQ(languageTagFromLocale("de_DE@euro"), "de-DE");
-    EXPECT_EQ(languageTagFromLocale("ja"), "ja");
-    EXPECT_EQ(languageTagFromLocale("C.UTF-8"), "");
-    EXPECT_EQ(languageTagFromLocale("POSIX"), "");
-    EXPECT_EQ(languageTagFromLocale(""), "");
+    const std::pair<const char*, const char*> locales[] = {
+        {"ja_JP.UTF-8", "ja-JP"}, {"de_DE@euro", "de-DE"}, {"ja", "ja"}, {"C.UTF-8", ""}, {"POSIX", ""}, {"", ""}};
+    for (const auto& [locale, tag] : locales) EXPECT_EQ(languageTagFromLocale(locale), tag) << locale;
 }
 
 TEST(EnvLanguages, AChosenLanguageWinsAndIsTakenAsWritten) {
+    const std::array<const char*, 4> names = {"TACTORA_LANGUAGE", "LANGUAGE", "LC_ALL", "LANG"};
     struct Case {
-        std::map<std::string, const char*> environment;
+        std::array<const char*, 4> values;  // of `names`; null: unset
         std::string chosen;
-        List expected;
+        std::vector<std::string> expected;
     };
     const Case cases[] = {
-        {{{"TACTORA_LANGUAGE", nullptr}, {"LANGUAGE", nullptr}, {"LC_ALL", nullptr}, {"LANG", nullptr}}, "", {"en"}},
-        {{{"TACTORA_LANGUAGE", nullptr}, {"LANGUAGE", nullptr}, {"LC_ALL", "C"}, {"LANG", "C.UTF-8"}}, "", {"en"}},
-        {{{"TACTORA_LANGUAGE", nullptr}, {"LANGUAGE", nullptr}, {"LC_ALL", nullptr}, {"LANG", "ja_JP.UTF-8"}},
-         "",
-         {"ja-JP"}},
-        {{{"TACTORA_LANGUAGE", nullptr}, {"LANGUAGE", "fr:ja"}, {"LC_ALL", "de_DE.UTF-8"}, {"LANG", "fr_FR"}},
-         "",
-         {"fr", "ja", "de-DE", "fr-FR"}},
-        {{{"TACTORA_LANGUAGE", nullptr}, {"LANGUAGE", ":"}, {"LC_ALL", ""}, {"LANG", "ja"}}, "", {"ja"}},
-        {{{"TACTORA_LANGUAGE", "zh-Hant"}, {"LANGUAGE", "ja"}, {"LC_ALL", nullptr}, {"LANG", "ja_JP.UTF-8"}},
-         "",
-         {"zh-Hant"}},
-        {{{"TACTORA_LANGUAGE", "zh-Hant"}, {"LANGUAGE", "ja"}, {"LC_ALL", nullptr}, {"LANG", nullptr}},
-         "zh-Hans",
-         {"zh-Hans"}},
-        {{{"TACTORA_LANGUAGE", ""}, {"LANGUAGE", nullptr}, {"LC_ALL", "ja_JP"}, {"LANG", nullptr}}, "", {"ja-JP"}},
+        {{nullptr, nullptr, nullptr, nullptr}, "", {"en"}},
+        {{nullptr, nullptr, "C", "C.UTF-8"}, "", {"en"}},
+        {{nullptr, nullptr, nullptr, "ja_JP.UTF-8"}, "", {"ja-JP"}},
+        {{nullptr, "fr:ja", "de_DE.UTF-8", "fr_FR"}, "", {"fr", "ja", "de-DE", "fr-FR"}},
+        {{nullptr, ":", "", "ja"}, "", {"ja"}},
+        {{"zh-Hant", "ja", nullptr, "ja_JP.UTF-8"}, "", {"zh-Hant"}},
+        {{"zh-Hant", "ja", nullptr, nullptr}, "zh-Hans", {"zh-Hans"}},
+        {{"", nullptr, "ja_JP", nullptr}, "", {"ja-JP"}},
     };
+    std::array<std::optional<std::string>, 4> saved;
+    for (std::size_t i = 0; i < names.size(); ++i)
+        if (const char* old = std::getenv(names[i])) saved[i] = old;
     for (const Case& c : cases) {
-        ScopedEnvironment environment(c.environment);
+        for (std::size_t i = 0; i < names.size(); ++i)
+            c.values[i] ? setenv(names[i], c.values[i], 1) : unsetenv(names[i]);
         EXPECT_EQ(EnvLanguages(c.chosen).preferredLanguages(), c.expected) << ::testing::PrintToString(c.expected);
     }
+    for (std::size_t i = 0; i < names.size(); ++i) saved[i] ? setenv(names[i], saved[i]->c_str(), 1) : unsetenv(names[i]);
 }

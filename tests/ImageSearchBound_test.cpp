@@ -17,24 +17,10 @@ using namespace screentest;
 
 namespace {
 
-struct KernelScope {
-    explicit KernelScope(const SearchKernels* k) { useSearchKernels(k); }
-    ~KernelScope() { useSearchKernels(nullptr); }
-};
-
 struct CountingScope {
     explicit CountingScope(CountingChoice c) { useCounting(c); }
     ~CountingScope() { useCounting(CountingChoice::byCost); }
 };
-
-std::string differences(const MatchList* fast, const std::vector<MatchPoint>& plain) {
-    if (!fast) return "null result";
-    if (fast->count != static_cast<std::int64_t>(plain.size()))
-        return "count " + std::to_string(fast->count) + " vs " + std::to_string(plain.size());
-    for (std::size_t i = 0; i < plain.size(); ++i)
-        if (fast->points[i].x != plain[i].x || fast->points[i].y != plain[i].y) return "point " + std::to_string(i);
-    return "";
-}
 
 // A screen of flat rectangles and scattered pixels from a small palette, so that colours repeat,
 // template colours form rectangles with holes, and near matches are common.
@@ -66,7 +52,7 @@ TEST(ImageSearchBound, EveryWayOfCountingFindsWhatThePlainSearchFinds) {
     for (const SearchKernels* kernels : availableSearchKernels())
         for (CountingChoice way : ways) runs.emplace_back(kernels, way);
     for (const auto& [kernels, way] : runs) {
-        KernelScope kernelScope(kernels);
+        reference::KernelScope kernelScope(kernels);
         CountingScope scope(way);
         for (int round = 0; round < 500; ++round) {
             std::vector<std::uint32_t> palette(static_cast<std::size_t>(pick(1, 5)));
@@ -98,7 +84,7 @@ TEST(ImageSearchBound, EveryWayOfCountingFindsWhatThePlainSearchFinds) {
             }
             MatchListPtr fast(findImage(screen.get(), templ.get(), howMany, ignore.data(), fuzzy));
             const auto plain = reference::findImage(*screen, *templ, howMany, ignore, fuzzy);
-            ASSERT_EQ(differences(fast.get(), plain), "")
+            ASSERT_EQ(reference::differences(fast.get(), plain), "")
                 << kernels->name << " way " << static_cast<int>(way) << " round " << round << ": " << width << "x" << height
                 << " template " << tw << "x" << th << " fuzzy " << fuzzy << " count " << howMany << " ignoring " << ignore[0];
             ASSERT_EQ(ignore_colors_count(), -1);
@@ -127,7 +113,7 @@ TEST(ImageSearchBound, ASearchToldToStopFindsNothingAndTheNextRunSearchesAgain) 
             bridge.runLuaString("");  // a new run forgets the stop
             MatchListPtr found(findImage(screen.get(), templ.get(), 0, list, 0.5f));
             const std::vector<std::int32_t> plainList = list ? std::vector<std::int32_t>(ignore, ignore + 2) : std::vector<std::int32_t>{0};
-            EXPECT_EQ(differences(found.get(), reference::findImage(*screen, *templ, 0, plainList, 0.5f)), "");
+            EXPECT_EQ(reference::differences(found.get(), reference::findImage(*screen, *templ, 0, plainList, 0.5f)), "");
             EXPECT_GE(found->count, 2);
         }
 }

@@ -7,35 +7,12 @@
 #include "ImageSearchReference.h"
 #include "Kernel/ImageSearch.h"
 #include "Kernel/ScreenFunctions.h"
-#include "Kernel/SearchKernels.h"
 #include "ScreenFakes.h"
 
 using namespace tactora;
 using namespace screentest;
 
 namespace {
-
-struct KernelScope {
-    explicit KernelScope(const SearchKernels* k) { useSearchKernels(k); }
-    ~KernelScope() { useSearchKernels(nullptr); }
-};
-
-bool samePoints(const MatchList* fast, const std::vector<MatchPoint>& plain, std::string& why) {
-    if (!fast) {
-        why = "null result";
-        return false;
-    }
-    if (fast->count != static_cast<std::int64_t>(plain.size())) {
-        why = "count " + std::to_string(fast->count) + " vs " + std::to_string(plain.size());
-        return false;
-    }
-    for (std::size_t i = 0; i < plain.size(); ++i)
-        if (fast->points[i].x != plain[i].x || fast->points[i].y != plain[i].y) {
-            why = "point " + std::to_string(i) + " differs";
-            return false;
-        }
-    return true;
-}
 
 // A random case: a screen drawn from a small palette (so that colours repeat and partial
 // matches are common), a template cut from it or drawn afresh, then disturbed.
@@ -105,14 +82,12 @@ Case randomCase(std::mt19937& rng) {
 TEST(ImageSearchProperty, FastSearchFindsWhatThePlainSearchFindsInTheSameOrder) {
     std::mt19937 rng(20241122);
     for (const SearchKernels* kernels : availableSearchKernels()) {
-        KernelScope scope(kernels);
+        reference::KernelScope scope(kernels);
         for (int round = 0; round < 3000; ++round) {
             Case c = randomCase(rng);
             MatchListPtr fast(findImage(c.screen.get(), c.templ.get(), c.howMany, c.ignore.data(), c.fuzzy));
             const auto plain = reference::findImage(*c.screen, *c.templ, c.howMany, c.ignore, c.fuzzy);
-            std::string why;
-            ASSERT_TRUE(samePoints(fast.get(), plain, why)) << kernels->name << " round " << round << ": " << why << " for "
-                                                            << c.describe();
+            ASSERT_EQ(reference::differences(fast.get(), plain), "") << kernels->name << " round " << round << ": " << c.describe();
             ASSERT_EQ(ignore_colors_count(), -1);
         }
     }
@@ -122,7 +97,7 @@ TEST(ImageSearchProperty, WideScreensAndTemplatesCrossEveryVectorBoundary) {
     // Widths around multiples of 4, 8, 16 and 64, where the vector loops hand over to their tails.
     std::mt19937 rng(7);
     for (const SearchKernels* kernels : availableSearchKernels()) {
-        KernelScope scope(kernels);
+        reference::KernelScope scope(kernels);
         for (int width : {63, 64, 65, 70, 79, 80, 81, 129}) {
             auto screen = solidBuffer(width, 12, 0x102030);
             for (int i = 0; i < width * 12 / 7; ++i) setPixel(*screen, rng() % width, rng() % 12, 0x405060);
@@ -131,9 +106,8 @@ TEST(ImageSearchProperty, WideScreensAndTemplatesCrossEveryVectorBoundary) {
                 for (float fuzzy : {0.0f, 0.9f, 0.6f}) {
                     MatchListPtr fast(findImage(screen.get(), templ.get(), 0, std::vector<std::int32_t>{0}.data(), fuzzy));
                     const auto plain = reference::findImage(*screen, *templ, 0, {0}, fuzzy);
-                    std::string why;
-                    ASSERT_TRUE(samePoints(fast.get(), plain, why))
-                        << kernels->name << " width " << width << " template " << tw << " fuzzy " << fuzzy << ": " << why;
+                    ASSERT_EQ(reference::differences(fast.get(), plain), "")
+                        << kernels->name << " width " << width << " template " << tw << " fuzzy " << fuzzy;
                     ASSERT_FALSE(plain.empty());  // the cut-out itself is always found
                 }
             }
@@ -144,7 +118,7 @@ TEST(ImageSearchProperty, WideScreensAndTemplatesCrossEveryVectorBoundary) {
 TEST(ImageSearchProperty, FindColorAndConversionAgreeWithThePlainVersions) {
     std::mt19937 rng(99);
     for (const SearchKernels* kernels : availableSearchKernels()) {
-        KernelScope scope(kernels);
+        reference::KernelScope scope(kernels);
         for (int round = 0; round < 60; ++round) {
             const int width = 1 + static_cast<int>(rng() % 90), height = 1 + static_cast<int>(rng() % 20);
             const std::uint32_t colors[] = {0x000000, 0xFFFFFF, static_cast<std::uint32_t>(rng() & 0xFFFFFF)};
@@ -161,9 +135,8 @@ TEST(ImageSearchProperty, FindColorAndConversionAgreeWithThePlainVersions) {
             const std::int64_t howMany = rng() % 3 ? 0 : static_cast<std::int64_t>(rng() % 40);
             const std::uint32_t wanted = colors[rng() % 3] | (rng() % 2 ? 0xAB000000u : 0);
             MatchListPtr fast(findColor(wanted, howMany));
-            std::string why;
-            ASSERT_TRUE(samePoints(fast.get(), reference::findColor(*screen, wanted, howMany), why))
-                << kernels->name << " " << width << "x" << height << ": " << why;
+            ASSERT_EQ(reference::differences(fast.get(), reference::findColor(*screen, wanted, howMany)), "")
+                << kernels->name << " " << width << "x" << height;
         }
     }
 }

@@ -4,10 +4,12 @@
 #pragma once
 
 #include <cstdint>
+#include <string>
 #include <vector>
 
 #include "Kernel/MatchList.h"
 #include "Kernel/PixelBuffer.h"
+#include "Kernel/SearchKernels.h"
 
 namespace reference {
 
@@ -87,5 +89,21 @@ inline std::vector<tactora::MatchPoint> findColor(const tactora::PixelBuffer& sc
         }
     return found;
 }
+
+// Empty when the production result holds the same points in the same order, else what differs.
+inline std::string differences(const tactora::MatchList* fast, const std::vector<tactora::MatchPoint>& plain) {
+    if (!fast) return "null result";
+    if (fast->count != static_cast<std::int64_t>(plain.size()))
+        return "count " + std::to_string(fast->count) + " vs " + std::to_string(plain.size());
+    for (std::size_t i = 0; i < plain.size(); ++i)
+        if (fast->points[i].x != plain[i].x || fast->points[i].y != plain[i].y) return "point " + std::to_string(i);
+    return "";
+}
+
+// Forces one instruction-set variant of the search for a scope.
+struct KernelScope {
+    explicit KernelScope(const tactora::SearchKernels* k) { tactora::useSearchKernels(k); }
+    ~KernelScope() { tactora::useSearchKernels(nullptr); }
+};
 
 }  // namespace reference

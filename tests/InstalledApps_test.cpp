@@ -72,13 +72,10 @@ TEST(InstalledApps, RegistryRecordsTakeTheCacheShape) {
     EXPECT_EQ(*text(apps[0], "CFBundleDisplayName"), "First");
 
     const auto& gameInfo = apps[1];
-    EXPECT_EQ(*text(gameInfo, "Path"), game.bundlePath);
-    EXPECT_EQ(*text(gameInfo, "Container"), game.dataContainer);
-    EXPECT_EQ(*text(gameInfo, "ApplicationType"), "User");
-    EXPECT_EQ(*text(gameInfo, "CFBundleDisplayName"), "Game");
-    EXPECT_EQ(*text(gameInfo, "CFBundleExecutable"), "Game");
-    EXPECT_EQ(*text(gameInfo, "CFBundleVersion"), "42");
-    EXPECT_EQ(*text(gameInfo, "CFBundleShortVersionString"), "1.2");
+    const std::pair<const char*, std::string> fields[] = {
+        {"Path", game.bundlePath}, {"Container", game.dataContainer}, {"ApplicationType", "User"}, {"CFBundleDisplayName", "Game"},
+        {"CFBundleExecutable", "Game"}, {"CFBundleVersion", "42"}, {"CFBundleShortVersionString", "1.2"}};
+    for (const auto& [key, value] : fields) EXPECT_EQ(*text(gameInfo, key), value) << key;
     EXPECT_EQ(gameInfo.at("Entitlements"), PropertyList(*game.entitlements));
 
     // The bundle's own Info.plist is kept whole; it keeps its names, never its identity or place.

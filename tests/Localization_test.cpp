@@ -1,7 +1,6 @@
 #include <gtest/gtest.h>
 
 #include <regex>
-#include <set>
 
 #include "Platform/Languages.h"
 #include "Platform/Platform.h"
@@ -40,18 +39,14 @@ std::vector<std::string> placeholders(const std::string& text) {
 TEST_F(LocalizationTest, EveryKeyHasAFilledTextInAllFourLanguagesWithTheSamePlaceholders) {
     Localization& shared = Localization::sharedInstance();
     const LocalizationTable& english = shared.enKeyValue();
-    ASSERT_EQ(english.size(), 24u);
-    for (const LocalizationTable* table : {&shared.jaKeyValue(), &shared.zhsKeyValue(), &shared.zhtKeyValue()}) {
-        std::set<std::string> keys, tableKeys;
-        for (const auto& entry : english) keys.insert(entry.first);
-        for (const auto& entry : *table) tableKeys.insert(entry.first);
-        EXPECT_EQ(tableKeys, keys);
-        for (const auto& [key, text] : *table) {
-            EXPECT_FALSE(text.empty()) << key;
-            if (english.count(key)) EXPECT_EQ(placeholders(text), placeholders(english.at(key))) << key;
+    for (const LocalizationTable* table : {&english, &shared.jaKeyValue(), &shared.zhsKeyValue(), &shared.zhtKeyValue()}) {
+        ASSERT_EQ(table->size(), english.size());
+        for (const auto& [key, text] : english) {
+            ASSERT_TRUE(table->count(key)) << key;
+            EXPECT_FALSE(table->at(key).empty()) << key;
+            EXPECT_EQ(placeholders(table->at(key)), placeholders(text)) << key;
         }
     }
-    for (const auto& [key, text] : english) EXPECT_FALSE(text.empty()) << key;
 }
 
 TEST_F(LocalizationTest, OnlyTheBareFirstLanguageTagChoosesATranslation) {

@@ -4,9 +4,9 @@
 
 #include <gtest/gtest.h>
 
-#include <cctype>
 #include <map>
 #include <optional>
+#include <regex>
 #include <set>
 #include <string>
 #include <string_view>
@@ -33,58 +33,19 @@ struct Chain {
     std::vector<Step> steps;
 };
 
-// The subset of the visual format language the panels use: "H:|-12-[a]-3-[b(40)]-0-|".
+// The subset of the visual format language the panels use: "H:|-12-[a]-3-[b(40)]-0-|", views and
+// gaps alternating (two views side by side would need the standard spacing, which the panels never use).
 std::optional<Chain> parse(std::string_view format) {
-    Chain chain;
-    if (format.size() < 3 || (format[0] != 'H' && format[0] != 'V') || format[1] != ':') return std::nullopt;
-    chain.axis = format[0];
-    size_t at = 2;
-    auto number = [&](char end) -> std::optional<double> {
-        size_t stop = format.find(end, at);
-        if (stop == std::string_view::npos || stop == at) return std::nullopt;
-        std::string digits(format.substr(at, stop - at));
-        for (char c : digits) {
-            if (!std::isdigit(static_cast<unsigned char>(c))) return std::nullopt;
-        }
-        at = stop + 1;
-        return std::stod(digits);
-    };
-    if (format[at] == '|') {
-        chain.leadingEdge = true;
-        ++at;
-    }
-    while (at < format.size()) {
-        char c = format[at];
-        if (c == '-') {
-            ++at;
-            auto gap = number('-');
-            if (!gap) return std::nullopt;
-            chain.steps.push_back({false, {}, gap});
-        } else if (c == '[') {
-            ++at;
-            size_t start = at;
-            while (at < format.size() && (std::isalnum(static_cast<unsigned char>(format[at])) || format[at] == '_')) ++at;
-            if (at == start || std::isdigit(static_cast<unsigned char>(format[start]))) return std::nullopt;
-            Step view{true, std::string(format.substr(start, at - start)), std::nullopt};
-            if (at < format.size() && format[at] == '(') {
-                ++at;
-                view.size = number(')');
-                if (!view.size) return std::nullopt;
-            }
-            if (at >= format.size() || format[at] != ']') return std::nullopt;
-            ++at;
-            chain.steps.push_back(view);
-        } else if (c == '|' && at + 1 == format.size()) {
-            chain.trailingEdge = true;
-            ++at;
-        } else {
-            return std::nullopt;
-        }
-    }
-    // Views and gaps alternate; two views side by side would need the standard spacing, which
-    // the panels never use.
-    for (size_t i = 1; i < chain.steps.size(); ++i) {
-        if (chain.steps[i].isView == chain.steps[i - 1].isView) return std::nullopt;
+    static const std::string view = R"(\[[A-Za-z_]\w*(\(\d+\))?\])";
+    static const std::regex whole("[HV]:\\|?(-\\d+-)?" + view + "(-\\d+-" + view + ")*(-\\d+-)?\\|?");
+    static const std::regex step(R"(-(\d+)-|\[(\w+)(?:\((\d+)\))?\])");
+    const std::string text(format);
+    if (!std::regex_match(text, whole)) return std::nullopt;
+    Chain chain{text[0], text[2] == '|', text.back() == '|', {}};
+    for (auto it = std::sregex_iterator(text.begin(), text.end(), step); it != std::sregex_iterator(); ++it) {
+        const std::smatch& m = *it;
+        if (m[1].matched) chain.steps.push_back({false, {}, std::stod(m[1])});
+        else chain.steps.push_back({true, m[2], m[3].matched ? std::optional(std::stod(m[3])) : std::nullopt});
     }
     return chain;
 }
@@ -114,64 +75,36 @@ std::vector<PanelLayout> panels() {
 
 }  // namespace
 
-TEST(PanelLayout, ConstraintsParseAndNameOnlyViewsOfTheirPanel) {
+// Every constraint parses and names only views of its panel; every view is placed on both axes;
+// a chain from edge to edge adds up to the content's size when all its views have a fixed size,
+// and leaves room when some view takes what is left.
+TEST(PanelLayout, ConstraintsNameTheirViewsPlaceEachOnBothAxesAndFitTheContent) {
+    int edgeToEdge = 0;
     for (const PanelLayout& layout : panels()) {
         SCOPED_TRACE(layout.panel);
         std::set<std::string_view> names(layout.viewNames.begin(), layout.viewNames.end());
         EXPECT_EQ(names.size(), layout.viewNames.size()) << "a view name is listed twice";
-        for (std::string_view format : layout.constraints) {
-            auto chain = parse(format);
-            ASSERT_TRUE(chain) << format;
-            for (const Step& step : chain->steps) {
-                if (!step.isView) continue;
-                EXPECT_TRUE(names.count(step.name)) << step.name << " in " << format;
-            }
-        }
-    }
-}
-
-TEST(PanelLayout, EveryViewIsPlacedOnBothAxes) {
-    for (const PanelLayout& layout : panels()) {
-        SCOPED_TRACE(layout.panel);
         std::map<std::string, std::set<char>> axes;
         for (std::string_view format : layout.constraints) {
             auto chain = parse(format);
             ASSERT_TRUE(chain) << format;
-            for (const Step& step : chain->steps) {
-                if (step.isView) axes[step.name].insert(chain->axis);
-            }
-        }
-        for (std::string_view name : layout.viewNames) {
-            EXPECT_EQ(axes[std::string(name)], (std::set<char>{'H', 'V'})) << name;
-        }
-    }
-}
-
-// A chain from edge to edge must add up to the content's size when every view in it has a fixed
-// size, and leave room when some view takes what is left.
-TEST(PanelLayout, ChainsFromEdgeToEdgeFitTheContent) {
-    int checked = 0;
-    for (const PanelLayout& layout : panels()) {
-        if (layout.width == 0) continue;
-        SCOPED_TRACE(layout.panel);
-        for (std::string_view format : layout.constraints) {
-            auto chain = parse(format);
-            ASSERT_TRUE(chain) << format;
-            if (!chain->leadingEdge || !chain->trailingEdge) continue;
             double fixed = 0;
             bool flexible = false;
             for (const Step& step : chain->steps) {
+                if (step.isView) {
+                    EXPECT_TRUE(names.count(step.name)) << step.name << " in " << format;
+                    axes[step.name].insert(chain->axis);
+                }
                 if (step.size) fixed += *step.size;
                 else flexible = true;
             }
+            if (layout.width == 0 || !chain->leadingEdge || !chain->trailingEdge) continue;
             const double extent = chain->axis == 'H' ? layout.width : layout.height;
-            if (flexible) {
-                EXPECT_LT(fixed, extent) << format;
-            } else {
-                EXPECT_DOUBLE_EQ(fixed, extent) << format;
-            }
-            ++checked;
+            if (flexible) EXPECT_LT(fixed, extent) << format;
+            else EXPECT_DOUBLE_EQ(fixed, extent) << format;
+            ++edgeToEdge;
         }
+        for (std::string_view name : layout.viewNames) EXPECT_EQ(axes[std::string(name)], (std::set<char>{'H', 'V'})) << name;
     }
-    EXPECT_GE(checked, 10);  // every panel has such chains; none may be skipped by a parse slip
+    EXPECT_GE(edgeToEdge, 10);  // every panel has such chains; none may be skipped by a parse slip
 }
