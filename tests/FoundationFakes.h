@@ -66,7 +66,15 @@ public:
 // Diagnostics are not part of what these tests check.
 class RecordingDiagnosticLog final : public DiagnosticLog {
 public:
-    void write(std::string_view, std::string_view, int, std::string_view) override {}
+    struct Entry {
+        std::string message, file;
+        int line;
+        std::string function;
+    };
+    std::vector<Entry> entries;
+    void write(std::string_view message, std::string_view file, int line, std::string_view function) override {
+        entries.push_back({std::string(message), std::string(file), line, std::string(function)});
+    }
 };
 
 class RecordingAlerts final : public Alerts {
