@@ -71,10 +71,14 @@ public:
         int line;
         std::string function;
     };
-    std::vector<Entry> entries;
+    std::vector<Entry> entries;  // read once the work that logs has ended
     void write(std::string_view message, std::string_view file, int line, std::string_view function) override {
+        std::lock_guard lock(mutex_);
         entries.push_back({std::string(message), std::string(file), line, std::string(function)});
     }
+
+private:
+    std::mutex mutex_;
 };
 
 class RecordingAlerts final : public Alerts {
