@@ -476,7 +476,7 @@ SelfTestCheck checkSystem() {
     return SelfTestCheck::pass("system", value);
 }
 
-SelfTestReport runSpringBoardChecks() {
+SelfTestReport runSpringBoardChecks(bool withRocketBootstrap) {
     SelfTestReport report;
     ScreenImage image;
     report.add(checkCapture(image));
@@ -484,7 +484,7 @@ SelfTestReport runSpringBoardChecks() {
     report.add(checkScriptsDirectory());
     report.add(checkStore());
     report.add(checkActivator());
-    report.add(checkRocketBootstrap());
+    if (withRocketBootstrap) report.add(checkRocketBootstrap());
     report.add(checkSystem());
     return report;
 }

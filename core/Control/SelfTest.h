@@ -92,8 +92,8 @@ SelfTestCheck checkRocketBootstrap();
 SelfTestCheck checkSystem();
 
 // The checks SpringBoard's half runs in its own process: capture, template, scripts directory,
-// store, Activator, RocketBootstrap, system.
-SelfTestReport runSpringBoardChecks();
+// store, Activator, RocketBootstrap (unless told it has none, as the simulated device), system.
+SelfTestReport runSpringBoardChecks(bool withRocketBootstrap = true);
 
 // --- the self-test port -------------------------------------------------------------------------
 
