@@ -7,12 +7,17 @@
 #include <spawn.h>
 
 #include <chrono>
+#include <condition_variable>
+#include <future>
 #include <thread>
 
 #include "FoundationFakes.h"
+#include "Kernel/LuaBridge.h"
+#include "RuntimeFakes.h"
 #include "ToolProcess.h"
 
 using namespace tactora::testing;
+using tactora::runtimetest::RuntimeDevice;
 namespace fs = std::filesystem;
 using Steady = std::chrono::steady_clock;
 
@@ -73,4 +78,49 @@ TEST(StopLatency, OneSignalEndsARunWhereverItsScriptIs) {
             EXPECT_NE(text.find("Playing Finished!"), std::string::npos) << text;
         }
     }
+}
+
+// An app that takes its time to start: the launch blocks until the test lets it go.
+class SlowApps final : public tactora::Apps {
+public:
+    void launch(const std::string& bundleId) override {
+        std::unique_lock lock(mutex_);
+        launching_ = bundleId;
+        changed_.notify_all();
+        changed_.wait(lock, [this] { return released_; });
+        launched_ = true;
+        changed_.notify_all();
+    }
+    bool waitFor(const std::function<bool()>& done) {
+        std::unique_lock lock(mutex_);
+        return changed_.wait_for(lock, std::chrono::seconds(10), done);
+    }
+    void release() {
+        std::lock_guard lock(mutex_);
+        released_ = true;
+        changed_.notify_all();
+    }
+    std::mutex mutex_;
+    std::condition_variable changed_;
+    std::string launching_;
+    bool released_ = false, launched_ = false;
+};
+
+TEST(StopLatency, AStopDoesNotWaitForALaunchToAnswerYetTheLaunchStillHappens) {
+    RuntimeDevice device;
+    SlowApps apps;
+    tactora::platform().apps = &apps;
+    tactora::LuaBridge bridge;
+    std::thread script([&] { bridge.runLuaString("appRun('com.example.slow') log('after the launch')"); });
+    EXPECT_TRUE(apps.waitFor([&] { return apps.launching_ == "com.example.slow"; }));
+
+    auto ended = std::async(std::launch::async, [&] { script.join(); });
+    bridge.stopLuaRunning();
+    // The run ends while the launch still hangs, with nothing logged after it and no error.
+    EXPECT_EQ(ended.wait_for(std::chrono::seconds(10)), std::future_status::ready);
+    EXPECT_EQ(device.log().find("after the launch"), std::string::npos) << device.log();
+    EXPECT_EQ(bridge.lastError(), "");
+    apps.release();
+    EXPECT_TRUE(apps.waitFor([&] { return apps.launched_; }));
+    ended.wait();
 }

@@ -8,9 +8,15 @@
 #include <cstdarg>
 #include <cstdint>
 #include <cstdio>
+#include <chrono>
+#include <condition_variable>
 #include <ctime>
 #include <limits>
+#include <memory>
+#include <mutex>
 #include <string>
+#include <system_error>
+#include <thread>
 
 #include "Kernel/EventSimulate.h"
 #include "Kernel/LuaBridge.h"
@@ -121,7 +127,32 @@ void vibrate() { platform().feedback->vibrate(); }
 
 void playAudio() { platform().feedback->playBundledSound(); }
 
-void appRun(const char* bundleId) { platform().apps->launch(bundleId); }
+void appRun(const char* bundleId) {
+    // The launch service can take seconds to answer while the app starts. The script waits for
+    // it, but a stop does not: the launch finishes on its own thread and the run ends at once.
+    struct Launch {
+        std::mutex mutex;
+        std::condition_variable finished;
+        bool done = false;
+    };
+    auto launch = std::make_shared<Launch>();
+    Apps* apps = platform().apps;
+    try {
+        std::thread([launch, apps, id = std::string(bundleId)] {
+            apps->launch(id);
+            { std::lock_guard lock(launch->mutex); launch->done = true; }
+            launch->finished.notify_all();
+        }).detach();
+    } catch (const std::system_error&) {
+        // No thread to spare: launch here, as a plain call would.
+        apps->launch(bundleId);
+        return;
+    }
+    // The stop word has no wakeup of its own here; looking every few milliseconds keeps a stop
+    // well inside what a person notices and costs nothing beside a launch.
+    std::unique_lock lock(launch->mutex);
+    while (!launch->done && !stopRequested()) launch->finished.wait_for(lock, std::chrono::milliseconds(5));
+}
 
 void appKill(const char* bundleId) { platform().apps->terminate(bundleId); }
 
