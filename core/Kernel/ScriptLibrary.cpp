@@ -140,7 +140,10 @@ void appRun(const char* bundleId) {
     try {
         std::thread([launch, apps, id = std::string(bundleId)] {
             apps->launch(id);
-            { std::lock_guard lock(launch->mutex); launch->done = true; }
+            {
+                std::lock_guard lock(launch->mutex);
+                launch->done = true;
+            }
             launch->finished.notify_all();
         }).detach();
     } catch (const std::system_error&) {
