@@ -6,6 +6,8 @@
 #   TACTORA_IOS_HEADERS   CydiaSubstrate/Activator/RocketBootstrap headers (required with the SDK)
 #   TACTORA_IOS_LIBS      their stubs (rootless ones under iphone/rootless) (required with the SDK)
 #   TACTORA_LUA_SOURCE    src/ of a Lua 5.2 source tree (default: fetched with apt-get source)
+#   TACTORA_IOS_FLOOR_STUBS  the .tbd stubs of the oldest SDK the package serves (iOS 13: theos'
+#                         iPhoneOS13.7.sdk) (optional: with it, every import must be exported there)
 #   TACTORA_IOS_ARM64E_CC, TACTORA_IOS_ARM64E_LD   a clang and an ld64 of Apple's arm64e ABI (Xcode's,
 #                         or a Linux build of Apple's LLVM and ld64) (optional: with both, the
 #                         dylib is fat, arm64 + arm64e; without, arm64 only)
@@ -160,6 +162,14 @@ check_doctor() {
   [ -z "$unbound" ] || fail "$tool has symbols bound to no library: $unbound"
 }
 for layout in rootful rootless; do check_doctor "$out/cmake/$layout/tactora-doctor" "$layout"; done
+# Linking against a newer SDK binds imports the oldest firmware may not have; only its stubs tell.
+if [ -n "${TACTORA_IOS_FLOOR_STUBS:-}" ]; then
+  [ -d "$TACTORA_IOS_FLOOR_STUBS" ] || fail "TACTORA_IOS_FLOOR_STUBS is not a directory: $TACTORA_IOS_FLOOR_STUBS"
+  python3 "$here/scripts/ios-floor-imports.py" "$nm" "$TACTORA_IOS_FLOOR_STUBS:$TACTORA_IOS_LIBS" \
+    "$out"/cmake/{rootful,rootless}/{Tactora.dylib,tactora-doctor} ||
+    fail "imports above are not exported by the stubs in $TACTORA_IOS_FLOOR_STUBS"
+  echo "build-ios: every import is exported by the stubs in $TACTORA_IOS_FLOOR_STUBS"
+fi
 
 # With Apple's arm64e toolchain, a second build makes the arm64e slice (its ABI begins with iOS 14),
 # checked as the arm64 one is, and each layout's dylib becomes fat.
