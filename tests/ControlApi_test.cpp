@@ -3,6 +3,7 @@
 #include <httplib.h>
 
 #include <atomic>
+#include <future>
 #include <thread>
 
 #include "RuntimeFakes.h"
@@ -10,32 +11,38 @@
 #include "Kernel/Recorder.h"
 #include "host/ControlApi.h"
 #include "host/InputEvents.h"
+#include "host/SimServer.h"
 #include "host/SpringBoardHost.h"
 
 using namespace tactora;
 using namespace tactora::testing;
 using nlohmann::json;
 
-namespace {
-
-class ControlApiTest : public ::testing::Test {
-protected:
-    void SetUp() override { ASSERT_TRUE(springBoard.start()); }
-    host::ApiReply post(const std::string& path, const json& body) { return api.handle("POST", path, body); }
-    json state() { return api.state(); }
-
+TEST(ControlApi, LocalProgramsDriveTheControlPanelAndThePlaySettingsPanelOverHttp) {
     ControlDevice device;
-    host::SpringBoardHost springBoard{device.loop, (device.root.path() / "registry.json").string(), nullptr};
-    host::ControlApi api{springBoard};
-};
-
-}  // namespace
-
-TEST_F(ControlApiTest, DrivesTheControlPanelAndThePlaySettingsPanel) {
     device.writeScript("tap.lua");
-    auto reply = post("/api/event", {{"name", LAEventNameVolumeDownHoldShort}});
-    ASSERT_EQ(reply.status, 200);
-    EXPECT_TRUE(reply.body["handled"]);
+    host::SpringBoardHost springBoard{device.loop, (device.root.path() / "registry.json").string(), nullptr};
+    ASSERT_TRUE(springBoard.start());
+    host::ControlApi api{springBoard};
+    ASSERT_TRUE(api.start("127.0.0.1", 0));
+    std::jthread loop([&] { device.loop.run(); });
+    struct Quit {
+        host::MainLoop& loop;
+        ~Quit() { loop.quit(); }
+    } quit{device.loop};
+    httplib::Client http("127.0.0.1", api.port());
+    auto post = [&](const std::string& path, const json& body) {
+        auto reply = http.Post(path, body.dump(), "application/json");
+        return reply ? std::pair{reply->status, json::parse(reply->body)} : std::pair{0, json()};
+    };
+    auto state = [&] { return json::parse(http.Get("/api/state")->body); };
+
+    auto foreign = http.Post("/api/event", {{"Origin", "http://evil.example"}}, R"({"name":"x"})", "application/json");
+    ASSERT_TRUE(foreign);
+    EXPECT_EQ(foreign->status, 403);
+    auto [status, reply] = post("/api/event", {{"name", LAEventNameVolumeDownHoldShort}});
+    ASSERT_EQ(status, 200);
+    EXPECT_TRUE(reply["handled"]);
     json panel = state()["panels"][0];
     EXPECT_EQ(panel["panel"], "ControlPanelView");
     EXPECT_EQ(panel["recordButton"], "Record");
@@ -43,29 +50,87 @@ TEST_F(ControlApiTest, DrivesTheControlPanelAndThePlaySettingsPanel) {
     EXPECT_EQ(panel["rows"][0]["text"], "tap.lua");
     EXPECT_TRUE(state()["flags"]["isControlPanelShowing"]);
 
-    EXPECT_EQ(post("/api/panel/control/select", {{"title", "missing.lua"}}).status, 404);
-    EXPECT_EQ(post("/api/panel/settings/button", {{"tag", 101}}).status, 409);  // not open yet
-    ASSERT_EQ(post("/api/panel/control/select", {{"title", "tap.lua"}}).status, 200);
-    panel = state()["panels"][0];
-    ASSERT_EQ(panel["panel"], "PlaySettingsView");
-    EXPECT_EQ(post("/api/panel/settings/stepper", {{"tag", 504}, {"direction", "plus"}}).status, 400);
-    ASSERT_EQ(post("/api/panel/settings/stepper", {{"tag", 503}, {"direction", "minus"}}).status, 200);
-    ASSERT_EQ(post("/api/panel/settings/count", {{"text", "3"}}).status, 200);
+    EXPECT_EQ(post("/api/panel/control/select", {{"title", "missing.lua"}}).first, 404);
+    EXPECT_EQ(post("/api/panel/settings/button", {{"tag", 101}}).first, 409);  // not open yet
+    ASSERT_EQ(post("/api/panel/control/select", {{"title", "tap.lua"}}).first, 200);
+    ASSERT_EQ(state()["panels"][0]["panel"], "PlaySettingsView");
+    EXPECT_EQ(post("/api/panel/settings/stepper", {{"tag", 504}, {"direction", "plus"}}).first, 400);
+    ASSERT_EQ(post("/api/panel/settings/stepper", {{"tag", 503}, {"direction", "minus"}}).first, 200);
+    ASSERT_EQ(post("/api/panel/settings/count", {{"text", "3"}}).first, 200);
     panel = state()["panels"][0];
     EXPECT_EQ(panel["playSpeedValueText"], "0.9x");
     EXPECT_EQ(panel["repeatCountText"], "3");
 
-    ASSERT_EQ(post("/api/panel/settings/button", {{"tag", 102}}).status, 200);
+    ASSERT_EQ(post("/api/panel/settings/button", {{"tag", 102}}).first, 200);
     json now = state();
     EXPECT_TRUE(now["flags"]["isReadyToPlay"]);
     EXPECT_FALSE(now["flags"]["isPlaying"]);
     EXPECT_EQ(now["currentPlaySettings"]["repeatTime"], 3);
     ASSERT_EQ(now["alerts"].size(), 1u);
     EXPECT_EQ(now["alerts"][0]["tag"], playLaterTipAlertTag);
-    EXPECT_FALSE(post("/api/event", {{"name", LAEventNameVolumeDownPress}}).body["handled"]);
-    ASSERT_EQ(post("/api/alert/button", {{"index", 1}}).status, 200);
+    EXPECT_FALSE(post("/api/event", {{"name", LAEventNameVolumeDownPress}}).second["handled"]);
+    ASSERT_EQ(post("/api/alert/button", {{"index", 1}}).first, 200);
     EXPECT_TRUE(state()["alerts"].empty());
-    EXPECT_EQ(post("/api/alert/button", {{"index", 0}}).status, 409);
+    EXPECT_EQ(post("/api/alert/button", {{"index", 0}}).first, 409);
+}
+
+TEST(SimServer, ServesItsPageAndApiToItsOwnOriginAndStreamsEventsToEveryPageUntilStopped) {
+    host::SimServer server{host::SimServer::Options{}};
+    server.get("state", [] { return json{{"status", "idle"}}; });
+    server.post("echo", [](const json& body) -> json {
+        if (body.contains("refuse")) throw host::ApiError{409, "refused on purpose"};
+        return {{"got", body}};
+    });
+    std::string error;
+    ASSERT_TRUE(server.start(error)) << error;
+    const httplib::Headers own = {{"Origin", "http://127.0.0.1:" + std::to_string(server.port())}};
+    httplib::Client client("127.0.0.1", server.port());
+    auto page = client.Get("/");
+    ASSERT_TRUE(page);
+    EXPECT_EQ(page->status, 200);
+    EXPECT_NE(page->body.find("<script src=\"/sim.js\">"), std::string::npos);
+    EXPECT_EQ(page->get_header_value("Content-Type"), "text/html; charset=utf-8");
+    EXPECT_EQ(client.Get("/sim.js")->status, 200);
+
+    EXPECT_EQ(client.Get("/api/state")->status, 403);  // no origin at all
+    EXPECT_EQ(json::parse(client.Get("/api/state", own)->body)["status"], "idle");
+    auto echoed = client.Post("/api/echo", own, R"({"a":1})", "application/json");
+    EXPECT_EQ(echoed->status, 200);
+    EXPECT_EQ(json::parse(echoed->body)["got"]["a"], 1);
+    EXPECT_EQ(client.Post("/api/echo", own, "[1]", "application/json")->status, 400);
+    EXPECT_EQ(client.Post("/api/echo", own, "{oops", "application/json")->status, 400);
+    auto refused = client.Post("/api/echo", own, R"({"refuse":true})", "application/json");
+    EXPECT_EQ(refused->status, 409);
+    EXPECT_EQ(json::parse(refused->body)["error"], "refused on purpose");
+    EXPECT_EQ(client.Get("/api/none", own)->status, 404);
+
+    std::atomic<int> streamsSeeingTouch{0};
+    auto reader = [&] {
+        httplib::Client stream("127.0.0.1", server.port());
+        stream.set_read_timeout(5, 0);
+        std::string received;
+        stream.Get("/api/events", own, [&](const char* data, std::size_t size) {
+            received.append(data, size);
+            if (received.find("event: touch\ndata: {\"x\":3}\n\n") != std::string::npos) {
+                ++streamsSeeingTouch;
+                received.clear();
+            }
+            return true;
+        });
+    };
+    std::thread first(reader), second(reader);
+    for (int i = 0; i < 200 && server.streamCount() < 2; ++i) std::this_thread::sleep_for(std::chrono::milliseconds(10));
+    ASSERT_EQ(server.streamCount(), 2u);
+    server.publish("touch", json{{"x", 3}});
+    for (int i = 0; i < 200 && streamsSeeingTouch < 2; ++i) std::this_thread::sleep_for(std::chrono::milliseconds(10));
+    EXPECT_EQ(streamsSeeingTouch.load(), 2);
+
+    // Stopping ends both streams, so the readers return rather than hang.
+    auto stopped = std::async(std::launch::async, [&] { server.stop(); });
+    EXPECT_EQ(stopped.wait_for(std::chrono::seconds(10)), std::future_status::ready);
+    first.join();
+    second.join();
+    EXPECT_FALSE(client.Get("/"));  // the process no longer answers
 }
 
 TEST(InputEvents, TurnsLinesIntoHidEventsAndNamesTheFirstBadLine) {
@@ -89,10 +154,7 @@ TEST(InputEvents, TurnsLinesIntoHidEventsAndNamesTheFirstBadLine) {
     EXPECT_EQ(recordedLines((*events)[1].event, 320, 568), "homeButtonUp();\n");
     EXPECT_EQ((*events)[2].event.children[0].index, 4u);
 
-    struct Case {
-        const char* text;
-        const char* error;
-    } bad[] = {
+    const std::pair<const char*, const char*> bad[] = {
         {"{\"t\": 5, \"home\": \"up\"}\n{\"t\": 4, \"home\": \"down\"}", "line 2: \"t\" goes back in time"},
         {"[1]", "line 1: each line must be a JSON object"},
         {"{\"t\": 0, \"touch\": [{\"finger\": 1, \"phase\": \"hover\", \"x\": 1, \"y\": 1}]}", "line 1: \"phase\""},
@@ -101,9 +163,9 @@ TEST(InputEvents, TurnsLinesIntoHidEventsAndNamesTheFirstBadLine) {
         {"{\"t\": 0, \"home\": \"up\", \"touch\": []}", "line 1: each line needs exactly one"},
         {"{\"t\": 0", "line 1: not valid JSON"},
     };
-    for (const Case& c : bad) {
-        EXPECT_FALSE(host::parseInputEvents(c.text, screen, error)) << c.text;
-        EXPECT_EQ(error.rfind(c.error, 0), 0u) << error;
+    for (const auto& [text, message] : bad) {
+        EXPECT_FALSE(host::parseInputEvents(text, screen, error)) << text;
+        EXPECT_EQ(error.rfind(message, 0), 0u) << error;
     }
     EXPECT_EQ(host::ticksAfter(100, 2000.5), 100u + 48012u);
 }

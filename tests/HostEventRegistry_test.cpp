@@ -22,7 +22,7 @@ struct CountingListener final : LAListener {
 
 }  // namespace
 
-TEST(HostEventRegistry, KeepsAssignmentsAcrossRestartsAndDeliversToTheAssignedListener) {
+TEST(HostEventRegistry, KeepsAssignmentsAcrossRestartsDeliversThemAndLosesNoneToABrokenFileOrAFailedWrite) {
     ScratchDirectory root;
     const std::string file = (root.path() / "prefs" / "registry.json").string();
     {
@@ -51,26 +51,22 @@ TEST(HostEventRegistry, KeepsAssignmentsAcrossRestartsAndDeliversToTheAssignedLi
     us.handle = false;
     EXPECT_FALSE(registry.sendEvent("b"));
     EXPECT_EQ(us.received, (std::vector<std::string>{"a/lockscreen", "b/springboard"}));
-}
 
-TEST(HostEventRegistry, ABrokenFileIsSetAsideAndAFailedWriteKeepsTheOldFile) {
-    ScratchDirectory root;
-    const std::string file = (root.path() / "registry.json").string();
-    std::ofstream(file) << "{\"assignments\": [ {\"event\": 1";
-    {
-        host::HostEventRegistry registry(file);
-        EXPECT_TRUE(registry.eventsAssignedToListenerWithName("us").empty());
-        EXPECT_TRUE(std::filesystem::exists(file + ".broken"));
-        registry.assignEvent(LAEvent("a", LAEventModeSpringBoard), "us");
-    }
     bool failWrites = true;
-    host::HostEventRegistry registry(file, true, [&](const std::string& path, const std::string& text) {
+    host::HostEventRegistry writer(file, true, [&](const std::string& path, const std::string& text) {
         return !failWrites && host::writeFileAtomically(path, text);
     });
-    registry.assignEvent(LAEvent("b", LAEventModeSpringBoard), "us");
-    EXPECT_FALSE(registry.lastSaveSucceeded());
-    EXPECT_EQ(host::HostEventRegistry(file).eventsAssignedToListenerWithName("us").size(), 1u);
-    failWrites = false;
-    registry.assignEvent(LAEvent("c", LAEventModeSpringBoard), "us");
+    writer.assignEvent(LAEvent("d", LAEventModeSpringBoard), "us");
+    EXPECT_FALSE(writer.lastSaveSucceeded());
     EXPECT_EQ(host::HostEventRegistry(file).eventsAssignedToListenerWithName("us").size(), 3u);
+    failWrites = false;
+    writer.assignEvent(LAEvent("e", LAEventModeSpringBoard), "us");
+    EXPECT_EQ(host::HostEventRegistry(file).eventsAssignedToListenerWithName("us").size(), 5u);
+
+    std::ofstream(file) << "{\"assignments\": [ {\"event\": 1";
+    host::HostEventRegistry fresh(file);
+    EXPECT_TRUE(fresh.eventsAssignedToListenerWithName("us").empty());
+    EXPECT_TRUE(std::filesystem::exists(file + ".broken")) << "a broken file is set aside, not overwritten";
+    fresh.assignEvent(LAEvent("a", LAEventModeSpringBoard), "us");
+    EXPECT_EQ(host::HostEventRegistry(file).eventsAssignedToListenerWithName("us").size(), 1u);
 }
