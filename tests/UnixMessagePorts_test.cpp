@@ -1,5 +1,8 @@
+// Message ports between processes: the Unix-socket ports themselves, the settings port, the
+// receiver process that serves injection, and the device-side port tool's wire format.
 #include "host/UnixMessagePorts.h"
 
+#include <fcntl.h>
 #include <gtest/gtest.h>
 #include <sys/stat.h>
 #include <sys/un.h>
@@ -9,17 +12,25 @@
 #include <chrono>
 #include <cstring>
 #include <filesystem>
+#include <fstream>
+#include <functional>
+#include <nlohmann/json.hpp>
 #include <numeric>
 
 #include "Control/Helper.h"
 #include "Control/SettingsPort.h"
 #include "InjectFakes.h"
-#include "Platform/Platform.h"
+#include "Kernel/EventSimulate.h"
+#include "RuntimeFakes.h"
+#include "ToolProcess.h"
+#include "host/ReceiverProcess.h"
 
 using namespace tactora;
 using namespace tactora::host;
 using tactora::testing::LoopThread;
 using tactora::testing::TempRoot;
+using nlohmann::json;
+using std::chrono::steady_clock;
 namespace fs = std::filesystem;
 using Bytes = std::vector<std::uint8_t>;
 
@@ -47,22 +58,22 @@ Bytes ask(UnixMessagePorts& ports, const std::string& name, std::int32_t id, con
     return reply;
 }
 
-mode_t modeOf(const std::string& path) {
-    struct stat info {};
-    EXPECT_EQ(::stat(path.c_str(), &info), 0) << path;
-    return info.st_mode & 0777;
+json readTrace(const std::string& path) {
+    json lines = json::array();
+    std::ifstream in(path);
+    for (std::string line; std::getline(in, line);) lines.push_back(json::parse(line));
+    return lines;
 }
 
 }  // namespace
 
-TEST(UnixMessagePorts, RequestsCrossIntactOnTheMainLoopWhateverBrokenClientsAndTheSettingsSend) {
+TEST(UnixMessagePorts, RequestsCrossIntactToTheOneServerOfANameWhateverClientsDoAndTimeOutsHold) {
     TempRoot root;
     LoopThread main;
     UnixMessagePorts ports(root.path(), &main.loop());
     std::atomic<bool> offLoop{false};
     auto local = ports.createLocal("echo", [&](std::int32_t id, std::span<const std::uint8_t> data) {
         if (std::this_thread::get_id() != main.id()) offLoop = true;
-        if (id == 7) return Bytes{};  // "no reply data"
         Bytes reply(data.rbegin(), data.rend());
         reply.push_back(static_cast<std::uint8_t>(id));
         return reply;
@@ -77,14 +88,13 @@ TEST(UnixMessagePorts, RequestsCrossIntactOnTheMainLoopWhateverBrokenClientsAndT
         expected.push_back(42);
         EXPECT_EQ(ask(ports, "echo", 42, payload), expected) << "size " << size;
     }
-    EXPECT_TRUE(ask(ports, "echo", 7, {1, 2, 3}).empty());
     EXPECT_EQ(ask(ports, "echo", -2, {}), Bytes{0xFE});
 
     // A client that announces an absurd length, one that leaves before its reply, one that stops
     // half-way through a header: the server hangs up on the first and goes on serving.
-    const std::string path = *socketPathFor(root.path(), "echo");
+    const std::string echo = *socketPathFor(root.path(), "echo");
     const std::uint8_t absurd[8] = {2, 0, 0, 0, 0xFF, 0xFF, 0xFF, 0xFF}, request[8] = {2};
-    int liar = rawSocketAt(path, false), leaver = rawSocketAt(path, false), stutter = rawSocketAt(path, false);
+    int liar = rawSocketAt(echo, false), leaver = rawSocketAt(echo, false), stutter = rawSocketAt(echo, false);
     ASSERT_EQ(::send(liar, absurd, 8, MSG_NOSIGNAL), 8);
     ASSERT_EQ(::send(leaver, request, 8, MSG_NOSIGNAL), 8);
     ASSERT_EQ(::send(stutter, request, 3, MSG_NOSIGNAL), 3);
@@ -114,16 +124,11 @@ TEST(UnixMessagePorts, RequestsCrossIntactOnTheMainLoopWhateverBrokenClientsAndT
     EXPECT_FALSE(Helper::ifShowPlayFinishedAlert());
     EXPECT_FALSE(Helper::ifShowErrorsByAlert());
     EXPECT_TRUE(Helper::ifLogErrors()) << "a message of the wrong length is ignored";
-}
 
-TEST(UnixMessagePorts, ANameHasOnePrivateServerWhoseGoingItsRemotesSeeAndTimeOutsHold) {
-    TempRoot root;
-    LoopThread main;
-    UnixMessagePorts ports(root.path(), &main.loop());
+    // A name has one server at a time, in a private directory, and its remotes see it go. Here a
+    // server that died without cleaning up left its socket in a directory others may enter.
     auto handler = [](std::int32_t, std::span<const std::uint8_t>) { return Bytes{9}; };
     EXPECT_EQ(ports.createRemote("name"), nullptr) << "nobody serves it yet";
-
-    // A server that died without cleaning up left its socket in a directory others may enter.
     const std::string path = *socketPathFor(root.path(), "name"), run = fs::path(path).parent_path();
     EXPECT_EQ(path, root.path() + "/run/name.sock");
     fs::create_directories(run);
@@ -136,8 +141,10 @@ TEST(UnixMessagePorts, ANameHasOnePrivateServerWhoseGoingItsRemotesSeeAndTimeOut
     UnixMessagePorts otherProcessView(root.path() + "/", &main.loop());
     EXPECT_EQ(otherProcessView.createLocal("name", handler), nullptr);
     EXPECT_EQ(ask(ports, "name", 1, {}), Bytes{9});
-    EXPECT_EQ(modeOf(run), 0700u) << "the runtime directory is private";
-    EXPECT_EQ(modeOf(path), 0600u);
+    struct stat runInfo {}, socketInfo {};
+    ASSERT_EQ(::stat(run.c_str(), &runInfo) | ::stat(path.c_str(), &socketInfo), 0);
+    EXPECT_EQ(runInfo.st_mode & 0777, 0700u) << "the runtime directory is private";
+    EXPECT_EQ(socketInfo.st_mode & 0777, 0600u);
     EXPECT_EQ(ports.createLocal("../escape", handler), nullptr);
     EXPECT_EQ(ports.createLocal("", handler), nullptr);
 
@@ -151,6 +158,19 @@ TEST(UnixMessagePorts, ANameHasOnePrivateServerWhoseGoingItsRemotesSeeAndTimeOut
     EXPECT_EQ(ports.createRemote("name"), nullptr);
     first = ports.createLocal("name", handler);
     EXPECT_EQ(ask(ports, "name", 1, {}), Bytes{9});
+
+    // A root too deep for a socket address gets a short directory keyed by the root. A path of
+    // exactly the address's size leaves no room for its NUL: it moves too.
+    const std::string deep = root.path() + "/" + std::string(120, 'd'), exact(108 - (run + "/.sock").size(), 'n');
+    const std::string far = socketPathFor(deep, "name").value_or(deep);
+    EXPECT_LT(far.size(), 108u);
+    EXPECT_NE(far, socketPathFor(deep + "x", "name")) << "two roots must not share a socket";
+    EXPECT_NE(socketPathFor(root.path(), exact), run + "/" + exact + ".sock");
+    UnixMessagePorts deepPorts(deep, &main.loop());
+    auto deepLocal = deepPorts.createLocal("name", handler);
+    EXPECT_EQ(ask(deepPorts, "name", 1, {}), Bytes{9});
+    deepLocal.reset();
+    fs::remove_all(fs::path(far).parent_path());
 
     // A listener that never accepts: connecting succeeds through the backlog, nothing answers, and
     // a payload far larger than the socket buffer cannot be written.
@@ -166,24 +186,128 @@ TEST(UnixMessagePorts, ANameHasOnePrivateServerWhoseGoingItsRemotesSeeAndTimeOut
     ::close(mute);
 }
 
-TEST(UnixMessagePorts, ARootTooDeepForASocketAddressUsesAShortDirectoryOfItsOwn) {
-    TempRoot root;
-    const std::string deep = root.path() + "/" + std::string(60, 'd') + "/" + std::string(60, 'e');
-    const std::string name = "tactora.tactoratweak.backboardd";
-    auto path = socketPathFor(deep, name);
-    ASSERT_TRUE(path);
-    EXPECT_LT(path->size(), 108u);
-    EXPECT_FALSE(path->starts_with(deep));
-    EXPECT_NE(*path, *socketPathFor(deep + "x", name)) << "two roots must not share a socket";
-    // A path of exactly the address's size leaves no room for its NUL: it moves too.
-    const std::string exact(108 - (root.path() + "/run/.sock").size(), 'n');
-    EXPECT_NE(socketPathFor(root.path(), exact), root.path() + "/run/" + exact + ".sock");
+TEST(ReceiverProcess, TouchesAndKeysReachAReceiverInAnotherProcessThatEndsWithItsStarter) {
+    tactora::testing::TempRoot root;
+    UnixMessagePorts ports{root.path(), nullptr};
+    ScopedPlatform scope;
+    platform().messagePorts = &ports;
+    EventSimulate::resetConnection();
 
-    LoopThread main;
-    UnixMessagePorts ports(deep, &main.loop());
-    auto local = ports.createLocal(name, [](std::int32_t, std::span<const std::uint8_t>) { return Bytes{5}; });
-    ASSERT_TRUE(local);
-    EXPECT_EQ(ask(ports, name, 2, {}), Bytes{5});
-    local.reset();
-    fs::remove_all(fs::path(*path).parent_path());
+    // Started by hand, with the lifeline ensureReceiver gives it, and its own trace file.
+    int lifeline[2];
+    ASSERT_EQ(pipe(lifeline), 0);
+    ::fcntl(lifeline[1], F_SETFD, FD_CLOEXEC);
+    tactora::testing::Child child({TACTORA_CLI, "--root", root.path(), "--device", "iphone-se", "receiver",
+                                   "--watch-fd", std::to_string(lifeline[0])});
+    close(lifeline[0]);
+    const auto begin = steady_clock::now();
+    while (!receiverAnswers(root.path(), 0.1) && steady_clock::now() - begin < std::chrono::seconds(5))
+        std::this_thread::sleep_for(std::chrono::milliseconds(10));
+
+    // A second caller finds the running receiver and leaves it alone; a second receiver refuses.
+    std::string error;
+    auto found = ensureReceiver(root.path(), "iphone-se", "", error, {TACTORA_CLI});
+    ASSERT_TRUE(found) << error;
+    EXPECT_FALSE(found->startedHere());
+    EXPECT_EQ(found->stop(), -1);
+    EXPECT_EQ(tactora::testing::runTool("--root '" + root.path() + "' receiver").exitCode, 1);
+    EXPECT_TRUE(receiverAnswers(root.path())) << "the refused one must not take the port down";
+
+    EXPECT_EQ(EventSimulate::touchDown(1, 160, 284), 0);
+    EXPECT_EQ(EventSimulate::touchDown(-7, 0, 568), 0);
+    EXPECT_EQ(EventSimulate::syncEvent(), 0);
+    EXPECT_EQ(EventSimulate::touchUp(1, 320, 284), 0);
+    EXPECT_EQ(EventSimulate::syncEvent(), 0);
+    EXPECT_EQ(EventSimulate::keyDown(1), 0);
+    EXPECT_EQ(EventSimulate::keyDown(2), -1);
+    EXPECT_EQ(EventSimulate::keyUp(1), 0);
+    // Each request was handled before its reply, so the trace is complete now.
+    const json trace = readTrace(root.path() + "/hid-trace.jsonl");
+    const std::pair<const char*, json> expected[] = {
+        {"/0/kind", "digitizer"}, {"/0/event_mask", 0x23}, {"/0/sender_id", "0x100000236"}, {"/0/y", 0.75},
+        {"/0/fingers/0/index", 0xFFFFFFF9u}, {"/0/fingers/1/x", 0.5}, {"/0/fingers/2", nullptr},
+        {"/1/fingers/1/event_mask", 3}, {"/1/fingers/1/touch", false}, {"/1/fingers/0/touch", true},  // -7 is held
+        {"/2/kind", "keyboard"}, {"/2/usage_page", 12}, {"/2/usage", 64}, {"/2/down", true},
+        {"/3/down", false}, {"/3/sender_id", "0xdefacedbeeffece5"}, {"/4", nullptr},
+    };
+    for (const auto& [pointer, value] : expected) {
+        const json::json_pointer at(pointer);
+        EXPECT_EQ(trace.contains(at) ? trace[at] : json(), value) << pointer;
+    }
+    for (std::size_t i = 1; i < trace.size(); ++i) EXPECT_GE(trace[i]["t_us"], trace[i - 1]["t_us"]);
+
+    // A frozen receiver holds a sender only for its time-outs; the next send connects afresh.
+    ::kill(child.pid(), SIGSTOP);
+    auto frozen = steady_clock::now();
+    EventSimulate::syncEvent();
+    EXPECT_LT(steady_clock::now() - frozen, std::chrono::seconds(5));
+    ::kill(child.pid(), SIGCONT);
+    EXPECT_EQ(EventSimulate::touchUp(-7, 0, 568), 0);
+    EXPECT_EQ(EventSimulate::syncEvent(), 0);
+    EXPECT_EQ(readTrace(root.path() + "/hid-trace.jsonl").back()["fingers"][0]["touch"], false);
+
+    close(lifeline[1]);  // as if the starter had died
+    EXPECT_EQ(child.wait(std::chrono::seconds(5)), 0) << "the receiver must end, and end well";
+    EXPECT_FALSE(std::filesystem::exists(*socketPathFor(root.path(), injectionPortName)));
+    EXPECT_EQ(EventSimulate::touchMove(1, 20, 20), -1);
+    EXPECT_EQ(EventSimulate::keyDown(1), -1);
+
+    // One started here writes the trace it is given and ends well when stopped.
+    const std::string traceFile = root.path() + "/trace.jsonl";
+    auto receiver = ensureReceiver(root.path(), "iphone-se", traceFile, error, {TACTORA_CLI});
+    ASSERT_TRUE(receiver) << error;
+    EXPECT_TRUE(receiver->startedHere());
+    EXPECT_EQ(EventSimulate::keyDown(1), 0);
+    EXPECT_EQ(readTrace(traceFile).size(), 1u);
+    int status = receiver->stop();
+    EXPECT_TRUE(WIFEXITED(status) && WEXITSTATUS(status) == 0) << status;
+    EventSimulate::resetConnection();
+
+    const struct {
+        std::string executable, trace, error;
+    } failures[] = {
+        {root.path() + "/missing", "", "cannot start"},
+        {TACTORA_CLI, root.path() + "/no/such/dir/trace", "exited with status 1"},
+    };
+    for (const auto& failure : failures) {
+        EXPECT_FALSE(ensureReceiver(root.path(), "iphone-se", failure.trace, error, {failure.executable}));
+        EXPECT_NE(error.find(failure.error), std::string::npos) << error;
+    }
+}
+
+// The device-side port tool (scripts/device/port-message.py) must speak the wire format of the
+// core: its dry run ("PORT ID HEX" a line) is compared with what EventSimulate sends.
+TEST(ReceiverProcess, TheDevicePortToolSendsWhatTheSenderSends) {
+    ScopedPlatform scope;
+    tactora::testing::RecordingPorts ports;
+    platform().messagePorts = &ports;
+    EventSimulate::resetConnection();
+    using E = EventSimulate;
+    const std::pair<const char*, std::function<void()>> gestures[] = {
+        {"tap 40 60 3", [] { E::touchDown(3, 40, 60); E::syncEvent(); E::touchUp(3, 40, 60); E::syncEvent(); }},
+        {"swipe -5 300 15 300", [] {
+             E::touchDown(1, -5, 300); E::syncEvent();
+             for (int step = 1; step <= 10; ++step) { E::touchMove(1, -5 + 2 * step, 300); E::syncEvent(); }
+             E::touchUp(1, 15, 300); E::syncEvent();
+         }},
+        {"home", [] { E::keyDown(1); E::keyUp(1); }},
+    };
+    for (const auto& [arguments, send] : gestures) {
+        ports.clear();
+        send();
+        std::string sent;
+        for (const auto& message : ports.messages()) {
+            sent += std::string(injectionPortName) + " " + std::to_string(message.id) + " ";
+            for (std::uint8_t byte : message.data) sent += {"0123456789abcdef"[byte >> 4], "0123456789abcdef"[byte & 15]};
+            sent += "\n";
+        }
+        const std::string command = std::string(TACTORA_SOURCE_DIR "/scripts/device/port-message.py --dry-run ") + arguments;
+        std::string dryRun;
+        FILE* pipe = popen(("python3 " + command + " 2>&1").c_str(), "r");
+        ASSERT_TRUE(pipe);
+        for (char line[512]; std::fgets(line, sizeof line, pipe);) dryRun += line;
+        EXPECT_EQ(pclose(pipe), 0) << command;
+        EXPECT_EQ(dryRun, sent) << command;
+    }
+    EventSimulate::resetConnection();
 }
