@@ -33,6 +33,7 @@ using nlohmann::json;
 using std::chrono::steady_clock;
 namespace fs = std::filesystem;
 using Bytes = std::vector<std::uint8_t>;
+using E = EventSimulate;
 
 namespace {
 
@@ -186,12 +187,12 @@ TEST(UnixMessagePorts, RequestsCrossIntactToTheOneServerOfANameWhateverClientsDo
     ::close(mute);
 }
 
-TEST(ReceiverProcess, TouchesAndKeysReachAReceiverInAnotherProcessThatEndsWithItsStarter) {
+TEST(ReceiverProcess, TouchesAndKeysReachAReceiverInAnotherProcessThatEndsWithItsStarterAndThePortToolSendsTheSame) {
     tactora::testing::TempRoot root;
     UnixMessagePorts ports{root.path(), nullptr};
     ScopedPlatform scope;
     platform().messagePorts = &ports;
-    EventSimulate::resetConnection();
+    E::resetConnection();
 
     // Started by hand, with the lifeline ensureReceiver gives it, and its own trace file.
     int lifeline[2];
@@ -213,14 +214,11 @@ TEST(ReceiverProcess, TouchesAndKeysReachAReceiverInAnotherProcessThatEndsWithIt
     EXPECT_EQ(tactora::testing::runTool("--root '" + root.path() + "' receiver").exitCode, 1);
     EXPECT_TRUE(receiverAnswers(root.path())) << "the refused one must not take the port down";
 
-    EXPECT_EQ(EventSimulate::touchDown(1, 160, 284), 0);
-    EXPECT_EQ(EventSimulate::touchDown(-7, 0, 568), 0);
-    EXPECT_EQ(EventSimulate::syncEvent(), 0);
-    EXPECT_EQ(EventSimulate::touchUp(1, 320, 284), 0);
-    EXPECT_EQ(EventSimulate::syncEvent(), 0);
-    EXPECT_EQ(EventSimulate::keyDown(1), 0);
-    EXPECT_EQ(EventSimulate::keyDown(2), -1);
-    EXPECT_EQ(EventSimulate::keyUp(1), 0);
+    // The calls of a braced list run in order.
+    for (int result : {E::touchDown(1, 160, 284), E::touchDown(-7, 0, 568), E::syncEvent(), E::touchUp(1, 320, 284),
+                       E::syncEvent(), E::keyDown(1), E::keyUp(1)})
+        EXPECT_EQ(result, 0);
+    EXPECT_EQ(E::keyDown(2), -1) << "only the home button is a key";
     // Each request was handled before its reply, so the trace is complete now.
     const json trace = readTrace(root.path() + "/hid-trace.jsonl");
     const std::pair<const char*, json> expected[] = {
@@ -239,50 +237,34 @@ TEST(ReceiverProcess, TouchesAndKeysReachAReceiverInAnotherProcessThatEndsWithIt
     // A frozen receiver holds a sender only for its time-outs; the next send connects afresh.
     ::kill(child.pid(), SIGSTOP);
     auto frozen = steady_clock::now();
-    EventSimulate::syncEvent();
+    E::syncEvent();
     EXPECT_LT(steady_clock::now() - frozen, std::chrono::seconds(5));
     ::kill(child.pid(), SIGCONT);
-    EXPECT_EQ(EventSimulate::touchUp(-7, 0, 568), 0);
-    EXPECT_EQ(EventSimulate::syncEvent(), 0);
+    EXPECT_EQ(E::touchUp(-7, 0, 568), 0);
+    EXPECT_EQ(E::syncEvent(), 0);
     EXPECT_EQ(readTrace(root.path() + "/hid-trace.jsonl").back()["fingers"][0]["touch"], false);
 
     close(lifeline[1]);  // as if the starter had died
     EXPECT_EQ(child.wait(std::chrono::seconds(5)), 0) << "the receiver must end, and end well";
     EXPECT_FALSE(std::filesystem::exists(*socketPathFor(root.path(), injectionPortName)));
-    EXPECT_EQ(EventSimulate::touchMove(1, 20, 20), -1);
-    EXPECT_EQ(EventSimulate::keyDown(1), -1);
+    EXPECT_EQ(E::touchMove(1, 20, 20), -1);
+    EXPECT_EQ(E::keyDown(1), -1);
 
     // One started here writes the trace it is given and ends well when stopped.
     const std::string traceFile = root.path() + "/trace.jsonl";
     auto receiver = ensureReceiver(root.path(), "iphone-se", traceFile, error, {TACTORA_CLI});
     ASSERT_TRUE(receiver) << error;
     EXPECT_TRUE(receiver->startedHere());
-    EXPECT_EQ(EventSimulate::keyDown(1), 0);
+    EXPECT_EQ(E::keyDown(1), 0);
     EXPECT_EQ(readTrace(traceFile).size(), 1u);
     int status = receiver->stop();
     EXPECT_TRUE(WIFEXITED(status) && WEXITSTATUS(status) == 0) << status;
-    EventSimulate::resetConnection();
+    E::resetConnection();
 
-    const struct {
-        std::string executable, trace, error;
-    } failures[] = {
-        {root.path() + "/missing", "", "cannot start"},
-        {TACTORA_CLI, root.path() + "/no/such/dir/trace", "exited with status 1"},
-    };
-    for (const auto& failure : failures) {
-        EXPECT_FALSE(ensureReceiver(root.path(), "iphone-se", failure.trace, error, {failure.executable}));
-        EXPECT_NE(error.find(failure.error), std::string::npos) << error;
-    }
-}
-
-// The device-side port tool (scripts/device/port-message.py) must speak the wire format of the
-// core: its dry run ("PORT ID HEX" a line) is compared with what EventSimulate sends.
-TEST(ReceiverProcess, TheDevicePortToolSendsWhatTheSenderSends) {
-    ScopedPlatform scope;
-    tactora::testing::RecordingPorts ports;
-    platform().messagePorts = &ports;
-    EventSimulate::resetConnection();
-    using E = EventSimulate;
+    // The device-side port tool (scripts/device/port-message.py) speaks the same wire format: its dry
+    // run ("PORT ID HEX" a line) is what EventSimulate sends for the same gesture.
+    tactora::testing::RecordingPorts recording;
+    platform().messagePorts = &recording;
     const std::pair<const char*, std::function<void()>> gestures[] = {
         {"tap 40 60 3", [] { E::touchDown(3, 40, 60); E::syncEvent(); E::touchUp(3, 40, 60); E::syncEvent(); }},
         {"swipe -5 300 15 300", [] {
@@ -293,10 +275,10 @@ TEST(ReceiverProcess, TheDevicePortToolSendsWhatTheSenderSends) {
         {"home", [] { E::keyDown(1); E::keyUp(1); }},
     };
     for (const auto& [arguments, send] : gestures) {
-        ports.clear();
+        recording.clear();
         send();
         std::string sent;
-        for (const auto& message : ports.messages()) {
+        for (const auto& message : recording.messages()) {
             sent += std::string(injectionPortName) + " " + std::to_string(message.id) + " ";
             for (std::uint8_t byte : message.data) sent += {"0123456789abcdef"[byte >> 4], "0123456789abcdef"[byte & 15]};
             sent += "\n";
@@ -309,5 +291,10 @@ TEST(ReceiverProcess, TheDevicePortToolSendsWhatTheSenderSends) {
         EXPECT_EQ(pclose(pipe), 0) << command;
         EXPECT_EQ(dryRun, sent) << command;
     }
-    EventSimulate::resetConnection();
+    E::resetConnection();
+
+    EXPECT_FALSE(ensureReceiver(root.path(), "iphone-se", "", error, {root.path() + "/missing"}));
+    EXPECT_NE(error.find("cannot start"), std::string::npos) << error;
+    EXPECT_FALSE(ensureReceiver(root.path(), "iphone-se", root.path() + "/no/such/dir/trace", error, {TACTORA_CLI}));
+    EXPECT_NE(error.find("exited with status 1"), std::string::npos) << error;
 }
