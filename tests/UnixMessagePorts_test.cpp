@@ -12,7 +12,6 @@
 #include <chrono>
 #include <cstring>
 #include <filesystem>
-#include <fstream>
 #include <functional>
 #include <nlohmann/json.hpp>
 #include <numeric>
@@ -27,8 +26,7 @@
 
 using namespace tactora;
 using namespace tactora::host;
-using tactora::testing::LoopThread;
-using tactora::testing::TempRoot;
+using namespace tactora::testing;
 using nlohmann::json;
 using std::chrono::steady_clock;
 namespace fs = std::filesystem;
@@ -45,9 +43,7 @@ int rawSocketAt(const std::string& path, bool listening) {
     std::strncpy(address.sun_path, path.c_str(), sizeof address.sun_path - 1);
     auto* at = reinterpret_cast<sockaddr*>(&address);
     EXPECT_EQ(listening ? ::bind(fd, at, sizeof address) : ::connect(fd, at, sizeof address), 0) << std::strerror(errno);
-    if (listening) {
-        EXPECT_EQ(::listen(fd, 8), 0);
-    }
+    EXPECT_TRUE(!listening || ::listen(fd, 8) == 0);
     return fd;
 }
 
@@ -60,15 +56,14 @@ Bytes ask(UnixMessagePorts& ports, const std::string& name, std::int32_t id, con
 }
 
 json readTrace(const std::string& path) {
-    json lines = json::array();
-    std::ifstream in(path);
-    for (std::string line; std::getline(in, line);) lines.push_back(json::parse(line));
-    return lines;
+    json trace = json::array();
+    for (const std::string& line : lines(readFile(path))) trace.push_back(json::parse(line));
+    return trace;
 }
 
 }  // namespace
 
-TEST(UnixMessagePorts, RequestsCrossIntactToTheOneServerOfANameWhateverClientsDoAndTimeOutsHold) {
+TEST(UnixMessagePorts, CarryRequestsOptionsAndTouchesToOneServerPerNameOrReceiverProcessWhateverPeersDo) {
     TempRoot root;
     LoopThread main;
     UnixMessagePorts ports(root.path(), &main.loop());
@@ -110,7 +105,7 @@ TEST(UnixMessagePorts, RequestsCrossIntactToTheOneServerOfANameWhateverClientsDo
 
     // The settings port takes 4-byte options from another connection and answers nothing.
     ScopedPlatform scope;
-    tactora::testing::MemoryUserDefaults defaults;
+    MemoryUserDefaults defaults;
     platform().messagePorts = &ports;
     platform().userDefaults = &defaults;
     auto settings = openSettingsPort();
@@ -185,20 +180,14 @@ TEST(UnixMessagePorts, RequestsCrossIntactToTheOneServerOfANameWhateverClientsDo
     EXPECT_EQ(remote->sendRequest(1, Bytes(8u << 20), 0.1, 1.0, nullptr), SendStatus::sendTimeout);
     EXPECT_LT(std::chrono::steady_clock::now() - start, std::chrono::seconds(5)) << "a time-out was not honoured";
     ::close(mute);
-}
 
-TEST(ReceiverProcess, TouchesAndKeysReachAReceiverInAnotherProcessThatEndsWithItsStarterAndThePortToolSendsTheSame) {
-    tactora::testing::TempRoot root;
-    UnixMessagePorts ports{root.path(), nullptr};
-    ScopedPlatform scope;
-    platform().messagePorts = &ports;
+    // A receiver process serves injection. This one is started by hand, with the lifeline
+    // ensureReceiver gives it, and writes its trace where it likes.
     E::resetConnection();
-
-    // Started by hand, with the lifeline ensureReceiver gives it, and its own trace file.
     int lifeline[2];
     ASSERT_EQ(pipe(lifeline), 0);
     ::fcntl(lifeline[1], F_SETFD, FD_CLOEXEC);
-    tactora::testing::Child child({TACTORA_CLI, "--root", root.path(), "--device", "iphone-se", "receiver",
+    Child child({TACTORA_CLI, "--root", root.path(), "--device", "iphone-se", "receiver",
                                    "--watch-fd", std::to_string(lifeline[0])});
     close(lifeline[0]);
     const auto begin = steady_clock::now();
@@ -211,7 +200,7 @@ TEST(ReceiverProcess, TouchesAndKeysReachAReceiverInAnotherProcessThatEndsWithIt
     ASSERT_TRUE(found) << error;
     EXPECT_FALSE(found->startedHere());
     EXPECT_EQ(found->stop(), -1);
-    EXPECT_EQ(tactora::testing::runTool("--root '" + root.path() + "' receiver").exitCode, 1);
+    EXPECT_EQ(runTool("--root '" + root.path() + "' receiver").exitCode, 1);
     EXPECT_TRUE(receiverAnswers(root.path())) << "the refused one must not take the port down";
 
     // The calls of a braced list run in order.
@@ -263,7 +252,7 @@ TEST(ReceiverProcess, TouchesAndKeysReachAReceiverInAnotherProcessThatEndsWithIt
 
     // The device-side port tool (scripts/device/port-message.py) speaks the same wire format: its dry
     // run ("PORT ID HEX" a line) is what EventSimulate sends for the same gesture.
-    tactora::testing::RecordingPorts recording;
+    RecordingPorts recording;
     platform().messagePorts = &recording;
     const std::pair<const char*, std::function<void()>> gestures[] = {
         {"tap 40 60 3", [] { E::touchDown(3, 40, 60); E::syncEvent(); E::touchUp(3, 40, 60); E::syncEvent(); }},
