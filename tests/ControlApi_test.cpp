@@ -25,7 +25,7 @@ using namespace tactora;
 using namespace tactora::testing;
 using nlohmann::json;
 
-TEST(ControlApi, LocalProgramsDriveTheControlPanelAndThePlaySettingsPanelOverHttp) {
+TEST(ControlApi, LocalProgramsDriveThePanelsOverHttpAndTheSimulatorServesOnlyItsOwnPage) {
     ControlDevice device;
     device.writeScript("tap.lua");
     host::SpringBoardHost springBoard{device.loop, (device.root.path() / "registry.json").string(), nullptr};
@@ -73,9 +73,33 @@ TEST(ControlApi, LocalProgramsDriveTheControlPanelAndThePlaySettingsPanelOverHtt
     EXPECT_FALSE(post("/api/event", {{"name", LAEventNameVolumeDownPress}})["handled"]);
     EXPECT_EQ(post("/api/alert/button", {{"index", 1}})["state"]["alerts"], json::array());
     EXPECT_EQ(post("/api/alert/button", {{"index", 0}})["status"], 409);
-}
 
-TEST(SimServer, ServesItsPageAndApiToItsOwnOriginAndStreamsEventsToEveryPageUntilStopped) {
+    // Only local programs (no browser headers) and its own pages reach the control API; only its
+    // own page reaches the simulator. Both refuse other sites and other names for this machine.
+    struct Case {
+        const char *host, *origin, *fetchSite;
+        bool api, simulator;
+    };
+    for (const Case& test : {
+             Case{"127.0.0.1:7913", "", "", true, false},  // curl, the CLI
+             Case{"localhost:7913", "http://localhost:7913", "same-origin", true, true},
+             Case{"127.0.0.1:7913", "", "same-origin", true, true},
+             Case{"[::1]:7913", "", "none", true, false},  // typed into the address bar
+             Case{"127.0.0.1:7913", "http://evil.example", "cross-site", false, false},
+             Case{"127.0.0.1:7913", "null", "", false, false},  // a sandboxed frame
+             Case{"127.0.0.1:7913", "", "cross-site", false, false},
+             Case{"evil.example:7913", "http://evil.example:7913", "same-origin", false, false},
+             Case{"127.0.0.1:7914", "", "", false, false},
+             Case{"127.0.0.1", "", "", false, false},
+             Case{"", "", "", false, false},
+         }) {
+        SCOPED_TRACE(std::string(test.host) + " / " + test.origin + " / " + test.fetchSite);
+        EXPECT_EQ(host::ControlApi::fromLocalClient(test.host, test.origin, test.fetchSite, 7913), test.api);
+        EXPECT_EQ(host::SimServer::fromOwnPage(test.host, test.origin, test.fetchSite, "127.0.0.1", 7913), test.simulator);
+    }
+
+    // The simulator's server serves its page, answers its own origin and streams events to every
+    // open page until it stops.
     host::SimServer server{host::SimServer::Options{}};
     server.get("state", [] { return json{{"status", "idle"}}; });
     server.post("echo", [](const json& body) -> json {
@@ -116,7 +140,7 @@ TEST(SimServer, ServesItsPageAndApiToItsOwnOriginAndStreamsEventsToEveryPageUnti
     };
     std::thread first(reader), second(reader);
     for (int i = 0; i < 200 && server.streamCount() < 2; ++i) std::this_thread::sleep_for(std::chrono::milliseconds(10));
-    ASSERT_EQ(server.streamCount(), 2u);
+    EXPECT_EQ(server.streamCount(), 2u);
     server.publish("touch", json{{"x", 3}});
     for (int i = 0; i < 200 && streamsSeeingTouch < 2; ++i) std::this_thread::sleep_for(std::chrono::milliseconds(10));
     EXPECT_EQ(streamsSeeingTouch.load(), 2);
@@ -184,44 +208,16 @@ TEST(HostSecurity, ScriptsGetNoShellAndNoTitlePlaysAFileOutsideTheScriptsDirecto
     // Bindings to scripts that exist, but outside the scripts directory, are left to the system.
     auto listener = ActionListener::load();
     ASSERT_TRUE(listener);
-    auto bind = [](const std::string& event, const std::string& title) {
-        ActivatorManager::assignActivatorTrigger(ActivatorTrigger(event, forWhatPlayScript, title), {LAEventModeSpringBoard});
-    };
     std::ofstream(device.root.path() / "outside.lua") << "log('outside')\n";
-    bind("evil", "../../../../outside.lua");
+    ActivatorManager::assignActivatorTrigger(ActivatorTrigger("evil", forWhatPlayScript, "../../../../outside.lua"),
+                                             {LAEventModeSpringBoard});
     ASSERT_TRUE(DataManager::getActivatorTriggerByEventName("evil")) << "the binding is stored";
     EXPECT_FALSE(device.registry.sendEvent("evil"));
     EXPECT_FALSE(Global::sharedInstance().currentPlaySettings());
     device.writeScript("inside.lua");
-    bind("good", "inside.lua");
+    ActivatorManager::assignActivatorTrigger(ActivatorTrigger("good", forWhatPlayScript, "inside.lua"), {LAEventModeSpringBoard});
     EXPECT_TRUE(device.registry.sendEvent("good"));
     ASSERT_TRUE(Global::sharedInstance().currentPlaySettings());
     EXPECT_EQ(Global::sharedInstance().currentPlaySettings()->scriptPath(),
               (device.scriptsDirectory() / "inside.lua").string());
-}
-
-// The control API serves local programs (no browser headers) and its own pages; the simulator only
-// its own page. Both refuse other sites and other names for this machine (DNS rebinding).
-TEST(HostSecurity, OnlyLocalProgramsAndTheirOwnPagesReachTheControlApiAndTheSimulator) {
-    struct Case {
-        const char *host, *origin, *fetchSite;
-        bool api, simulator;
-    };
-    for (const Case& test : {
-             Case{"127.0.0.1:7913", "", "", true, false},  // curl, the CLI
-             Case{"localhost:7913", "http://localhost:7913", "same-origin", true, true},
-             Case{"127.0.0.1:7913", "", "same-origin", true, true},
-             Case{"[::1]:7913", "", "none", true, false},  // typed into the address bar
-             Case{"127.0.0.1:7913", "http://evil.example", "cross-site", false, false},
-             Case{"127.0.0.1:7913", "null", "", false, false},  // a sandboxed frame
-             Case{"127.0.0.1:7913", "", "cross-site", false, false},
-             Case{"evil.example:7913", "http://evil.example:7913", "same-origin", false, false},
-             Case{"127.0.0.1:7914", "", "", false, false},
-             Case{"127.0.0.1", "", "", false, false},
-             Case{"", "", "", false, false},
-         }) {
-        SCOPED_TRACE(std::string(test.host) + " / " + test.origin + " / " + test.fetchSite);
-        EXPECT_EQ(host::ControlApi::fromLocalClient(test.host, test.origin, test.fetchSite, 7913), test.api);
-        EXPECT_EQ(host::SimServer::fromOwnPage(test.host, test.origin, test.fetchSite, "127.0.0.1", 7913), test.simulator);
-    }
 }

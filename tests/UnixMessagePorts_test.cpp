@@ -165,7 +165,6 @@ TEST(UnixMessagePorts, CarryRequestsOptionsAndTouchesToOneServerPerNameOrReceive
     UnixMessagePorts deepPorts(deep, &main.loop());
     auto deepLocal = deepPorts.createLocal("name", handler);
     EXPECT_EQ(ask(deepPorts, "name", 1, {}), Bytes{9});
-    deepLocal.reset();
     fs::remove_all(fs::path(far).parent_path());
 
     // A listener that never accepts: connecting succeeds through the backlog, nothing answers, and
