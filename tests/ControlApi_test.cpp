@@ -1,6 +1,6 @@
-// The control API and the simulator's server as local programs and pages reach them, what other
-// sites and scripts cannot reach through them (a shell, files outside the scripts directory), and
-// the input lines the API takes.
+// The SpringBoard host as programs reach it: the control API and the simulator's server, the event
+// registry behind them, the input lines the API takes, and what other sites and scripts cannot reach
+// (a shell, files outside the scripts directory).
 #include <gtest/gtest.h>
 #include <httplib.h>
 
@@ -17,6 +17,7 @@
 #include "Managers/FileManager.h"
 #include "RuntimeFakes.h"
 #include "host/ControlApi.h"
+#include "host/HostEventRegistry.h"
 #include "host/InputEvents.h"
 #include "host/SimServer.h"
 #include "host/SpringBoardHost.h"
@@ -56,13 +57,11 @@ TEST(ControlApi, LocalProgramsDriveThePanelsOverHttpAndTheSimulatorServesOnlyIts
 
     EXPECT_EQ(post("/api/panel/control/select", {{"title", "missing.lua"}})["status"], 404);
     EXPECT_EQ(post("/api/panel/settings/button", {{"tag", 101}})["status"], 409);  // not open yet
-    reply = post("/api/panel/control/select", {{"title", "tap.lua"}});
-    ASSERT_EQ(reply["state"]["panels"][0]["panel"], "PlaySettingsView");
+    ASSERT_EQ(post("/api/panel/control/select", {{"title", "tap.lua"}})["state"]["panels"][0]["panel"], "PlaySettingsView");
     EXPECT_EQ(post("/api/panel/settings/stepper", {{"tag", 504}, {"direction", "plus"}})["status"], 400);
-    reply = post("/api/panel/settings/stepper", {{"tag", 503}, {"direction", "minus"}});
-    EXPECT_EQ(reply["state"]["panels"][0]["playSpeedValueText"], "0.9x");
-    reply = post("/api/panel/settings/count", {{"text", "3"}});
-    EXPECT_EQ(reply["state"]["panels"][0]["repeatCountText"], "3");
+    reply = post("/api/panel/settings/stepper", {{"tag", 503}, {"direction", "minus"}})["state"]["panels"][0];
+    EXPECT_EQ(reply["playSpeedValueText"], "0.9x");
+    EXPECT_EQ(post("/api/panel/settings/count", {{"text", "3"}})["state"]["panels"][0]["repeatCountText"], "3");
 
     const json now = post("/api/panel/settings/button", {{"tag", 102}})["state"];
     EXPECT_TRUE(now["flags"]["isReadyToPlay"]);
@@ -98,8 +97,7 @@ TEST(ControlApi, LocalProgramsDriveThePanelsOverHttpAndTheSimulatorServesOnlyIts
         EXPECT_EQ(host::SimServer::fromOwnPage(test.host, test.origin, test.fetchSite, "127.0.0.1", 7913), test.simulator);
     }
 
-    // The simulator's server serves its page, answers its own origin and streams events to every
-    // open page until it stops.
+    // The simulator's server: its page, its own origin only, and events to every open page until it stops.
     host::SimServer server{host::SimServer::Options{}};
     server.get("state", [] { return json{{"status", "idle"}}; });
     server.post("echo", [](const json& body) -> json {
@@ -131,10 +129,7 @@ TEST(ControlApi, LocalProgramsDriveThePanelsOverHttpAndTheSimulatorServesOnlyIts
         std::string received;
         httplib::Client("127.0.0.1", server.port()).Get("/api/events", own, [&](const char* data, std::size_t size) {
             received.append(data, size);
-            if (received.find("event: touch\ndata: {\"x\":3}\n\n") != std::string::npos) {
-                ++streamsSeeingTouch;
-                received.clear();
-            }
+            if (received.ends_with("event: touch\ndata: {\"x\":3}\n\n")) ++streamsSeeingTouch;
             return true;
         });
     };
@@ -151,6 +146,65 @@ TEST(ControlApi, LocalProgramsDriveThePanelsOverHttpAndTheSimulatorServesOnlyIts
     EXPECT_FALSE(client.Get("/"));  // the process no longer answers
 }
 
+namespace {
+
+struct CountingListener final : LAListener {
+    std::vector<std::string> received;
+    bool handle = true;
+    void activatorReceiveEvent(LAEvent& event) override {
+        received.push_back(event.name() + "/" + event.mode());
+        if (handle) event.setHandled(true);
+    }
+};
+
+}  // namespace
+
+TEST(HostEventRegistry, KeepsAssignmentsAcrossRestartsDeliversThemAndLosesNoneToABrokenFileOrAFailedWrite) {
+    ScratchDirectory root;
+    const std::string file = (root.path() / "prefs" / "registry.json").string();
+    {
+        host::HostEventRegistry registry(file);
+        registry.assignEvent(LAEvent("a", LAEventModeSpringBoard), "us");
+        registry.assignEvent(LAEvent("a", LAEventModeLockScreen), "us");
+        registry.assignEvent(LAEvent("b", LAEventModeSpringBoard), "them");
+        registry.assignEvent(LAEvent("b", LAEventModeSpringBoard), "us");  // taken over
+        registry.removeListenerAssignment("them", LAEvent("a", LAEventModeLockScreen));  // not theirs
+        registry.setEventModes("c", {LAEventModeApplication});
+        registry.setListenerRequiresAssignment("them", true);
+    }
+    host::HostEventRegistry registry(file);
+    EXPECT_EQ(registry.eventsAssignedToListenerWithName("us").size(), 3u);
+    EXPECT_TRUE(registry.eventsAssignedToListenerWithName("them").empty());
+    EXPECT_TRUE(registry.listenerWithNameRequiresAssignment("them"));
+    EXPECT_FALSE(registry.eventWithName("c", LAEventModeSpringBoard));
+    EXPECT_TRUE(registry.eventWithName("c", LAEventModeApplication));
+    EXPECT_TRUE(registry.eventWithName("anything", LAEventModeLockScreen));
+
+    CountingListener us;
+    registry.registerListener(&us, "us");
+    EXPECT_TRUE(registry.sendEvent("a", LAEventModeLockScreen));
+    EXPECT_FALSE(registry.sendEvent("a", LAEventModeApplication));  // not assigned in that mode
+    us.handle = false;
+    EXPECT_FALSE(registry.sendEvent("b"));
+    EXPECT_EQ(us.received, (std::vector<std::string>{"a/lockscreen", "b/springboard"}));
+
+    bool failWrites = true;
+    host::HostEventRegistry writer(file, true, [&](const std::string& path, const std::string& text) {
+        return !failWrites && host::writeFileAtomically(path, text);
+    });
+    writer.assignEvent(LAEvent("d", LAEventModeSpringBoard), "us");
+    EXPECT_FALSE(writer.lastSaveSucceeded());
+    EXPECT_EQ(host::HostEventRegistry(file).eventsAssignedToListenerWithName("us").size(), 3u);
+    failWrites = false;
+    writer.assignEvent(LAEvent("e", LAEventModeSpringBoard), "us");
+    EXPECT_EQ(host::HostEventRegistry(file).eventsAssignedToListenerWithName("us").size(), 5u);
+
+    std::ofstream(file) << "{\"assignments\": [ {\"event\": 1";
+    host::HostEventRegistry fresh(file);
+    EXPECT_TRUE(fresh.eventsAssignedToListenerWithName("us").empty());
+    EXPECT_TRUE(std::filesystem::exists(file + ".broken")) << "a broken file is set aside, not overwritten";
+}
+
 TEST(InputEvents, TurnsLinesIntoHidEventsAndNamesTheFirstBadLine) {
     const Display::Size screen{320, 568};
     std::string error;
@@ -163,9 +217,8 @@ TEST(InputEvents, TurnsLinesIntoHidEventsAndNamesTheFirstBadLine) {
         screen, error);
     ASSERT_TRUE(events) << error;
     ASSERT_EQ(events->size(), 3u);
-    const HIDEvent& touch = (*events)[0].event;
-    ASSERT_EQ(touch.children.size(), 2u);
-    EXPECT_EQ(recordedLines(touch, 320, 568), "\ntouchDown(1, 160.0, 142.0);\n");
+    ASSERT_EQ((*events)[0].event.children.size(), 2u);
+    EXPECT_EQ(recordedLines((*events)[0].event, 320, 568), "\ntouchDown(1, 160.0, 142.0);\n");
     EXPECT_EQ(recordedLines((*events)[1].event, 320, 568), "homeButtonUp();\n");
     EXPECT_EQ((*events)[2].event.children[0].index, 4u);
 
