@@ -133,7 +133,7 @@ TEST(ControlApi, LocalProgramsDriveThePanelsOverHttpAndTheSimulatorServesOnlyIts
             return true;
         });
     };
-    std::thread first(reader), second(reader);
+    std::jthread first(reader), second(reader);
     for (int i = 0; i < 200 && server.streamCount() < 2; ++i) std::this_thread::sleep_for(std::chrono::milliseconds(10));
     EXPECT_EQ(server.streamCount(), 2u);
     server.publish("touch", json{{"x", 3}});
@@ -141,8 +141,6 @@ TEST(ControlApi, LocalProgramsDriveThePanelsOverHttpAndTheSimulatorServesOnlyIts
     EXPECT_EQ(streamsSeeingTouch.load(), 2);
 
     server.stop();  // ends both streams, so the readers return rather than hang
-    first.join();
-    second.join();
     EXPECT_FALSE(client.Get("/"));  // the process no longer answers
 }
 
