@@ -110,11 +110,12 @@ TEST(UnixMessagePorts, CarryRequestsOptionsAndTouchesToOneServerPerNameOrReceive
     auto settings = openSettingsPort();
     ASSERT_TRUE(settings);
     EXPECT_EQ(openSettingsPort(), nullptr) << "SpringBoard opens it once";
-    const std::pair<std::int32_t, Bytes> messages[] = {{4, {0, 0, 0, 0}}, {5, {0, 0, 0, 0}}, {6, {2, 0, 0, 0}}, {6, Bytes(8)}};
+    const std::pair<std::int32_t, Bytes> messages[] = {
+        {4, {0, 0, 0, 0}}, {5, {0, 0, 0, 0}}, {6, {0, 0, 0, 0}}, {6, Bytes(8, 1)}, {4, {0, 1, 0, 0}}};
     for (const auto& [id, data] : messages) EXPECT_TRUE(ask(ports, settingsPortName, id, data).empty());
-    EXPECT_FALSE(Helper::ifShowPlayFinishedAlert());
+    EXPECT_TRUE(Helper::ifShowPlayFinishedAlert()) << "256 is not 0";
     EXPECT_FALSE(Helper::ifShowErrorsByAlert());
-    EXPECT_TRUE(Helper::ifLogErrors()) << "a message of the wrong length is ignored";
+    EXPECT_FALSE(Helper::ifLogErrors()) << "a message of the wrong length is ignored";
 
     // One server per name, in a private directory; here a dead server left its socket in an open one.
     auto handler = [](std::int32_t, std::span<const std::uint8_t>) { return Bytes{9}; };
@@ -160,13 +161,13 @@ TEST(UnixMessagePorts, CarryRequestsOptionsAndTouchesToOneServerPerNameOrReceive
 
     // A listener that never accepts: nothing answers, and a huge payload cannot be written.
     int mute = rawSocketAt(run + "/mute.sock", true);
-    const auto start = std::chrono::steady_clock::now();
+    const auto start = steady_clock::now();
     ASSERT_TRUE(remote = ports.createRemote("mute"));
     EXPECT_EQ(remote->sendRequest(1, {}, 1.0, 0.1, nullptr), SendStatus::receiveTimeout);
     EXPECT_FALSE(remote->isValid()) << "a late reply would otherwise answer the next request";
     ASSERT_TRUE(remote = ports.createRemote("mute"));
     EXPECT_EQ(remote->sendRequest(1, Bytes(8u << 20), 0.1, 1.0, nullptr), SendStatus::sendTimeout);
-    EXPECT_LT(std::chrono::steady_clock::now() - start, std::chrono::seconds(5)) << "a time-out was not honoured";
+    EXPECT_LT(steady_clock::now() - start, std::chrono::seconds(5)) << "a time-out was not honoured";
     ::close(mute);
 
     // A receiver started by hand with the lifeline ensureReceiver gives it, tracing to its default file.
@@ -174,8 +175,8 @@ TEST(UnixMessagePorts, CarryRequestsOptionsAndTouchesToOneServerPerNameOrReceive
     int lifeline[2];
     ASSERT_EQ(pipe(lifeline), 0);
     ::fcntl(lifeline[1], F_SETFD, FD_CLOEXEC);
-    Child child({TACTORA_CLI, "--root", root.path(), "--device", "iphone-se", "receiver",
-                                   "--watch-fd", std::to_string(lifeline[0])});
+    Child child({TACTORA_CLI, "--root", root.path(), "--device", "iphone-se", "receiver", "--watch-fd",
+                 std::to_string(lifeline[0])});
     close(lifeline[0]);
     const auto begin = steady_clock::now();
     while (!receiverAnswers(root.path(), 0.1) && steady_clock::now() - begin < std::chrono::seconds(5))
