@@ -50,7 +50,7 @@ TEST(ControlApi, LocalProgramsDriveThePanelsOverHttpAndTheSimulatorServesOnlyIts
     json reply = post("/api/event", {{"name", LAEventNameVolumeDownHoldShort}});
     EXPECT_TRUE(reply["handled"]);
     EXPECT_TRUE(reply["state"]["flags"]["isControlPanelShowing"]);
-    const json panel = reply["state"]["panels"][0];
+    json panel = reply["state"]["panels"][0];
     EXPECT_EQ(panel["panel"], "ControlPanelView");
     ASSERT_EQ(panel["rows"].size(), 1u);
     EXPECT_EQ(panel["rows"][0]["text"], "tap.lua");
@@ -59,11 +59,11 @@ TEST(ControlApi, LocalProgramsDriveThePanelsOverHttpAndTheSimulatorServesOnlyIts
     EXPECT_EQ(post("/api/panel/settings/button", {{"tag", 101}})["status"], 409);  // not open yet
     ASSERT_EQ(post("/api/panel/control/select", {{"title", "tap.lua"}})["state"]["panels"][0]["panel"], "PlaySettingsView");
     EXPECT_EQ(post("/api/panel/settings/stepper", {{"tag", 504}, {"direction", "plus"}})["status"], 400);
-    reply = post("/api/panel/settings/stepper", {{"tag", 503}, {"direction", "minus"}})["state"]["panels"][0];
-    EXPECT_EQ(reply["playSpeedValueText"], "0.9x");
+    panel = post("/api/panel/settings/stepper", {{"tag", 503}, {"direction", "minus"}})["state"]["panels"][0];
+    EXPECT_EQ(panel["playSpeedValueText"], "0.9x");
     EXPECT_EQ(post("/api/panel/settings/count", {{"text", "3"}})["state"]["panels"][0]["repeatCountText"], "3");
 
-    const json now = post("/api/panel/settings/button", {{"tag", 102}})["state"];
+    json now = post("/api/panel/settings/button", {{"tag", 102}})["state"];
     EXPECT_TRUE(now["flags"]["isReadyToPlay"]);
     EXPECT_FALSE(now["flags"]["isPlaying"]);
     EXPECT_EQ(now["currentPlaySettings"]["repeatTime"], 3);
