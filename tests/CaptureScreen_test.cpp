@@ -87,8 +87,8 @@ TEST(CaptureScreen, ScreenshotsWriteTheScreenAndTheRegionInPixelsAsPng) {
     screenshot(dir.file("no/such/dir.png").c_str());
 }
 
-// Opaque and translucent pixels come back as written; a fully transparent one carries no colour
-// once premultiplied, whatever the file holds; what is not a whole PNG is refused.
+// Opaque and translucent pixels come back as written; a file's colours are premultiplied, so a
+// clear pixel carries none, whatever the file holds; what is not a whole PNG is refused.
 TEST(PngCodec, RoundTripsWhatItWritesAndRefusesWhatIsNotAReadablePng) {
     host::PngCodec codec;
     auto image = coordinateScreen(16, 16);
@@ -101,10 +101,12 @@ TEST(PngCodec, RoundTripsWhatItWritesAndRefusesWhatIsNotAReadablePng) {
     ASSERT_EQ(back->height, 16u);
     EXPECT_EQ(std::memcmp(back->data, image->data, 16 * 16 * 4), 0);
 
-    std::uint8_t straight[4] = {200, 100, 50, 0};
+    // Straight alpha in the file: clear, and all but opaque.
+    std::uint8_t straight[8] = {200, 100, 50, 0, 255, 255, 255, 254};
     png_image raw{};
     raw.version = PNG_IMAGE_VERSION;
-    raw.width = raw.height = 1;
+    raw.width = 2;
+    raw.height = 1;
     raw.format = PNG_FORMAT_RGBA;
     png_alloc_size_t size = 0;
     ASSERT_TRUE(png_image_write_to_memory(&raw, nullptr, &size, 0, straight, 0, nullptr));
@@ -112,7 +114,7 @@ TEST(PngCodec, RoundTripsWhatItWritesAndRefusesWhatIsNotAReadablePng) {
     ASSERT_TRUE(png_image_write_to_memory(&raw, file.data(), &size, 0, straight, 0, nullptr));
     auto clear = codec.decodePng(file.data(), size);
     ASSERT_NE(clear, nullptr);
-    EXPECT_EQ(std::vector<std::uint8_t>(clear->data, clear->data + 4), std::vector<std::uint8_t>(4, 0));
+    EXPECT_EQ(std::vector<std::uint8_t>(clear->data, clear->data + 8), (std::vector<std::uint8_t>{0, 0, 0, 0, 254, 254, 254, 254}));
 
     for (std::size_t cut : {0ul, 7ul, 8ul, 33ul, png->size() / 2, png->size() - 13}) EXPECT_EQ(codec.decodePng(png->data(), cut), nullptr) << cut;
     (*png)[png->size() / 2] ^= 0x55;
