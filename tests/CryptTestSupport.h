@@ -6,6 +6,7 @@
 #include <openssl/hmac.h>
 
 #include <cstdint>
+#include <filesystem>
 #include <fstream>
 #include <iterator>
 #include <optional>
