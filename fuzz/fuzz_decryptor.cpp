@@ -1,12 +1,6 @@
-// Feeds the decryptor arbitrary files and passwords, in pieces whose sizes the fuzzer chooses.
-//
-// Two shapes of input, chosen by the first byte:
-//  - foreign bytes: decrypted once whole and once in pieces; both must end the same way (same
-//    error, same output);
-//  - a sealed file: the fuzzer's plain text is encrypted in pieces, then changed in one way the
-//    fuzzer chooses (or not at all) and decrypted in pieces. Unchanged, it must give the plain text
-//    back; changed anywhere, it must fail (a file cut shorter than its header ends quietly with
-//    nothing, as the format's readers do).
+// Arbitrary files and passwords into the decryptor, in pieces of the fuzzer's sizes. The first byte
+// chooses: foreign bytes, decrypted whole and in pieces, must end alike; or the fuzzer's plain text,
+// encrypted in pieces and changed in one way (or not), must come back unchanged and fail changed.
 // Every decryption costs two PBKDF2 derivations of 10000 rounds, so runs are slow by design.
 #include <fuzzer/FuzzedDataProvider.h>
 
@@ -42,9 +36,9 @@ Outcome run(const Bytes& data, const std::string& password, const std::vector<st
     });
     std::size_t at = 0;
     for (std::size_t cut : cuts) {
-        std::size_t size = std::min(cut, data.size() - at);
-        cryptor->addData(Bytes(data.begin() + std::ptrdiff_t(at), data.begin() + std::ptrdiff_t(at + size)));
-        at += size;
+        const auto from = data.begin() + std::ptrdiff_t(at);
+        at += std::min(cut, data.size() - at);
+        cryptor->addData(Bytes(from, data.begin() + std::ptrdiff_t(at)));
     }
     if (at < data.size()) cryptor->addData(Bytes(data.begin() + std::ptrdiff_t(at), data.end()));
     cryptor->finish();
@@ -60,9 +54,7 @@ std::vector<std::size_t> takeCuts(FuzzedDataProvider& input) {
     return cuts;
 }
 
-void check(bool condition) {
-    if (!condition) std::abort();
-}
+void check(bool condition) { if (!condition) std::abort(); }
 
 void foreignBytes(FuzzedDataProvider& input) {
     std::string password = input.ConsumeRandomLengthString(24);
@@ -98,12 +90,11 @@ void sealedFile(FuzzedDataProvider& input) {
     case cut: file.resize(where % file.size()); break;
     case append: file.insert(file.end(), std::size_t(mask % 32) + 1, std::uint8_t(where)); break;
     case otherPassword: reader += char(mask); break;
-    case count: break;
+    default: break;
     }
     Outcome opened = run<Decryptor>(file, reader, decryptCuts);
     if (change == none) {
-        check(!opened.error);
-        check(opened.output == plain);
+        check(!opened.error && opened.output == plain);
     } else if (change == cut && file.size() < cryptorformat::passwordHeaderSize) {
         // Cut short of its header: no cipher was ever set up, so it ends quietly with nothing.
         check(!opened.error && opened.output.empty());

@@ -1,12 +1,5 @@
-// Feeds arbitrary message sequences to the two ports other processes can write to: the injection
-// receiver (backboardd) and the settings callback (SpringBoard). Neither may crash, and both must
-// keep to what a sender can rely on:
-//   - a sync dispatches exactly the fingers touched since the last lifted them, in ascending finger
-//     number, lifted ones out of contact and gone afterwards; an empty sync dispatches nothing;
-//   - finite coordinates in give finite coordinates out, on any display (zero-sized included);
-//   - a key message of the right length dispatches one keyboard event with the low 16 bits;
-//   - a real touch drops every held finger;
-//   - the settings callback changes one option only for ids 4..6 with exactly 4 bytes.
+// Arbitrary message sequences into the injection receiver (backboardd) and the settings callback
+// (SpringBoard): no crash, and what a sender relies on holds (docs/reliability.md lists it).
 // Input: byte 0 picks the display, then records of (selector, length, payload).
 #include <cmath>
 #include <cstdint>
@@ -29,32 +22,24 @@ using namespace tactora;
 
 namespace {
 
-[[noreturn]] void fail(const char* why) {
-    __builtin_trap();
-    (void)why;
-}
+[[noreturn]] void fail(const char* /* why, for the reader of a crash */) { __builtin_trap(); }
 
-class RecordingDispatch : public HIDDispatch {
-public:
-    explicit RecordingDispatch(DigitizerDisplay display) : display_(display) {}
+struct RecordingDispatch : HIDDispatch {
+    explicit RecordingDispatch(DigitizerDisplay display) : shown(display) {}
     void dispatchDigitizer(const HandEventDescription& hand) override { hands.push_back(hand); }
     void dispatchKeyboard(const KeyboardEventDescription& key) override { keys.push_back(key); }
-    DigitizerDisplay display() const override { return display_; }
+    DigitizerDisplay display() const override { return shown; }
     std::uint64_t absoluteTime() const override { return 1; }
 
+    DigitizerDisplay shown;
     std::vector<HandEventDescription> hands;
     std::vector<KeyboardEventDescription> keys;
-
-private:
-    DigitizerDisplay display_;
 };
 
-class MapDefaults : public UserDefaults {
-public:
+struct MapDefaults : UserDefaults {
     std::optional<DefaultsValue> objectForKey(const std::string& key) const override {
         auto found = values.find(key);
-        if (found == values.end()) return std::nullopt;
-        return found->second;
+        return found == values.end() ? std::nullopt : std::optional(found->second);
     }
     void setObject(const std::string& key, const DefaultsValue& value) override { values[key] = value; }
     void removeObject(const std::string& key) override { values.erase(key); }

@@ -1,11 +1,7 @@
-// Runs arbitrary scripts through the real interpreter with its 24 script functions, against fake
-// ports: sleeps return at once, the injection port checks every message the sender writes, the
-// screen is a small synthetic picture. Nothing may crash, leak or touch memory it does not own,
-// and every message sent must be one the receiver understands (sync empty, touch 24 bytes, key
-// 12 bytes). A watchdog stops scripts that loop for ever.
-// Input: byte 0 chooses the form. Below 0x80 the rest is Lua text. Otherwise the rest is a list
-// of calls, (function, argument count, arguments...), each run under pcall so one error does
-// not hide the next call.
+// Arbitrary scripts through the real interpreter and its 24 script functions, against fake ports:
+// nothing may crash, leak or touch memory it does not own, and every message sent must be one the
+// receiver understands. Byte 0 below 0x80: the rest is Lua text; otherwise it is a list of calls,
+// (function, argument count, arguments...), each under pcall so one error does not hide the next.
 #include <fuzzer/FuzzedDataProvider.h>
 #include <unistd.h>
 
@@ -42,13 +38,13 @@ struct InstantClock : Clock {
     bool sleepMicrosecondsUnless(std::uint32_t, const std::function<bool()>& stopped) override { return !stopped(); }
 };
 
+// A sync carries nothing, a touch 24 bytes, a key 12.
 struct CheckingRemote : RemoteMessagePort {
     bool isValid() const override { return true; }
-    SendStatus sendRequest(std::int32_t id, std::span<const std::uint8_t> data, double, double,
-                           std::vector<std::uint8_t>*) override {
-        bool wellFormed = (id == SimulateMessageSync && data.empty()) ||
-                          (id == SimulateMessageTouch && data.size() == 24) ||
-                          (id == SimulateMessageKey && data.size() == 12);
+    SendStatus sendRequest(std::int32_t id, std::span<const std::uint8_t> data, double, double, std::vector<std::uint8_t>*) override {
+        const bool wellFormed = id == SimulateMessageSync    ? data.empty()
+                                : id == SimulateMessageTouch ? data.size() == 24
+                                                             : id == SimulateMessageKey && data.size() == 12;
         if (!wellFormed) __builtin_trap();
         return SendStatus::success;
     }
@@ -69,13 +65,12 @@ struct PatternDisplay : Display {
 };
 
 struct TempPaths : Paths {
-    TempPaths() {
+    std::string root = [] {
         char pattern[] = "/tmp/tactora-fuzz-lua-XXXXXX";
         if (!mkdtemp(pattern)) std::abort();
-        root = pattern;
-    }
+        return std::string(pattern);
+    }();
     std::string map(std::string_view devicePath) const override { return root + std::string(devicePath); }
-    std::string root;
 };
 
 const char* const functions[] = {
@@ -88,11 +83,8 @@ const char* const functions[] = {
 // A Lua literal spelling `bytes` exactly.
 std::string quoted(const std::string& bytes) {
     std::string text = "\"";
-    for (unsigned char c : bytes) {
-        char escape[8];
-        std::snprintf(escape, sizeof escape, "\\%03u", c);
-        text += escape;
-    }
+    char escape[8];
+    for (unsigned char c : bytes) text.append(escape, std::snprintf(escape, sizeof escape, "\\%03u", c));
     return text + "\"";
 }
 
@@ -103,9 +95,8 @@ std::string argument(FuzzedDataProvider& input) {
         case 2: return std::to_string(input.ConsumeIntegral<std::int64_t>());
         case 3: return std::to_string(input.ConsumeIntegralInRange<int>(-3, 70));
         case 4: {
-            char text[64];
-            std::snprintf(text, sizeof text, "%.17g", input.ConsumeFloatingPoint<double>());
-            return text;  // inf and nan come out as names Lua reads as nil globals
+            char text[64];  // inf and nan come out as names Lua reads as nil globals
+            return std::string(text, std::snprintf(text, sizeof text, "%.17g", input.ConsumeFloatingPoint<double>()));
         }
         case 5: return "(0/0)";
         case 6: return "{" + std::to_string(input.ConsumeIntegral<std::int8_t>()) + "}";

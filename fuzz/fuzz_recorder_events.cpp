@@ -29,13 +29,12 @@ using namespace tactora;
 namespace {
 
 struct TempPaths : Paths {
-    TempPaths() {
+    std::string root = [] {
         char pattern[] = "/tmp/tactora-fuzz-recorder-XXXXXX";
         if (!mkdtemp(pattern)) std::abort();
-        root = pattern;
-    }
+        return std::string(pattern);
+    }();
     std::string map(std::string_view devicePath) const override { return root + std::string(devicePath); }
-    std::string root;
 };
 
 struct FixedClock : Clock {

@@ -30,9 +30,7 @@ const fs::path& baseDirectory() {
     return base;
 }
 
-void check(bool condition) {
-    if (!condition) __builtin_trap();
-}
+void check(bool condition) { if (!condition) __builtin_trap(); }
 
 bool shows(const SceneFile& scene, const std::string& name) { return scene.findScreen(name) != nullptr; }
 

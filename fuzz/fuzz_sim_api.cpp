@@ -97,10 +97,7 @@ template <class Work>
 void onLoop(Work work) {
     auto done = std::make_shared<std::promise<void>>();
     auto finished = done->get_future();
-    world().host.mainLoop().post([&, done] {
-        work();
-        done->set_value();
-    });
+    world().host.mainLoop().post([&, done] { work(); done->set_value(); });
     finished.wait();
 }
 

@@ -1,6 +1,7 @@
 #include <gtest/gtest.h>
 #include <png.h>
 
+#include <array>
 #include <filesystem>
 #include <fstream>
 #include <iterator>
@@ -32,35 +33,31 @@ PixelBufferPtr coordinateScreen(std::uint64_t width, std::uint64_t height) {
 
 }  // namespace
 
-TEST(CaptureScreen, ATwoTimesScreenCapturesEveryPixelAndReportsPointsAndPixels) {
-    ScopedScreen scoped("iphone-se", host::solidFrame(640, 1136, 0x204060));
-    EXPECT_EQ(getScreenSize(), (std::pair<double, double>{320, 568}));
-    EXPECT_EQ(getScreenResolution(), (std::pair<double, double>{640, 1136}));
-    EXPECT_EQ(get_screen_scale_factor(), 2.0f);
-    const ScreenImage image = CaptureScreen::captureScreen();
-    ASSERT_EQ(image.width, 640);
-    ASSERT_EQ(image.height, 1136);
-    EXPECT_EQ(image.bytesPerRow(), 2560u);
-    // B, G, R, X in memory.
-    EXPECT_EQ(image.pixels[0], 0x60);
-    EXPECT_EQ(image.pixels[1], 0x40);
-    EXPECT_EQ(image.pixels[2], 0x20);
-    PixelBufferPtr rgba(getImageData(image));
-    ASSERT_NE(rgba, nullptr);
-    EXPECT_EQ(rgba->bytesPerRow, 2560u);
-    const std::uint8_t last[4] = {0x20, 0x40, 0x60, 0xFF};
-    EXPECT_EQ(std::memcmp(rgba->data + rgba->bytesPerRow * 1136 - 4, last, 4), 0);
-}
-
-TEST(CaptureScreen, AThreeTimesScreenUsesFactorOneForCoordinates) {
-    ScopedScreen scoped("iphone-8-plus");
-    EXPECT_EQ(get_screen_scale_factor(), 1.0f);
-    EXPECT_EQ(getScreenResolution(), getScreenSize());
-    const ScreenImage image = CaptureScreen::captureScreen();
-    EXPECT_EQ(image.width, 1242);
-    EXPECT_EQ(image.height, 2208);
-    // The factor is cached: a display that changes its mind is not asked again.
-    EXPECT_EQ(get_screen_scale_factor(), 1.0f);
+// Points of the profile; pixels at factor 2 on 2x screens and 1 on 3x ones, whose captures are
+// still whole. Memory holds B, G, R, X; the converted copy R, G, B, opaque.
+TEST(CaptureScreen, CapturesEveryPixelAndReportsPointsAndPixelsAtTheFactorOfTheScreen) {
+    struct Case {
+        const char* profile;
+        std::int32_t width, height;
+        float factor;
+        double points[2];
+    };
+    for (const Case& c : {Case{"iphone-se", 640, 1136, 2, {320, 568}}, Case{"iphone-8-plus", 1242, 2208, 1, {414, 736}}}) {
+        ScopedScreen scoped(c.profile, host::solidFrame(c.width, c.height, 0x204060));
+        EXPECT_EQ(get_screen_scale_factor(), c.factor) << c.profile;
+        EXPECT_EQ(getScreenSize(), (std::pair{c.points[0], c.points[1]}));
+        EXPECT_EQ(getScreenResolution(), (std::pair{c.points[0] * c.factor, c.points[1] * c.factor}));
+        const ScreenImage image = CaptureScreen::captureScreen();
+        ASSERT_EQ(image.width, c.width);
+        ASSERT_EQ(image.height, c.height);
+        EXPECT_EQ(image.bytesPerRow(), c.width * 4u);
+        EXPECT_EQ(std::vector<std::uint8_t>(image.pixels.get(), image.pixels.get() + 3), (std::vector<std::uint8_t>{0x60, 0x40, 0x20}));
+        PixelBufferPtr rgba(getImageData(image));
+        ASSERT_NE(rgba, nullptr);
+        EXPECT_EQ(rgba->bytesPerRow, c.width * 4u);
+        const std::uint8_t last[4] = {0x20, 0x40, 0x60, 0xFF};
+        EXPECT_EQ(std::memcmp(rgba->data + rgba->bytesPerRow * c.height - 4, last, 4), 0);
+    }
 }
 
 TEST(CaptureScreen, ScreenshotsWriteTheScreenAndTheRegionInPixelsAsPng) {
@@ -73,47 +70,43 @@ TEST(CaptureScreen, ScreenshotsWriteTheScreenAndTheRegionInPixelsAsPng) {
     ASSERT_EQ(whole->width, 200u);
     EXPECT_EQ(std::memcmp(whole->data, screen->data, 200 * 160 * 4), 0);
 
-    screenshotRegion(dir.file("region.png").c_str(), 10, 20, 30, 40);
-    auto region = readPng(dir.file("region.png"));
-    ASSERT_NE(region, nullptr);
-    EXPECT_EQ(region->width, 60u);
-    EXPECT_EQ(region->height, 80u);
-    EXPECT_EQ(pixelAt(*region, 0, 0), pixelAt(*screen, 20, 40));
-    EXPECT_EQ(pixelAt(*region, 59, 79), pixelAt(*screen, 79, 119));
-
-    // Clipped to the screen; nothing at all when the rectangle misses it.
-    screenshotRegion(dir.file("clipped.png").c_str(), 90, 70, 50, 50);
-    auto clipped = readPng(dir.file("clipped.png"));
-    ASSERT_NE(clipped, nullptr);
-    EXPECT_EQ(clipped->width, 20u);
-    EXPECT_EQ(clipped->height, 20u);
-    EXPECT_EQ(pixelAt(*clipped, 0, 0), pixelAt(*screen, 180, 140));
+    // Regions are in points, clipped to the screen: {x, y, width, height}, then the pixels written.
+    for (auto [region, width, height] : {std::tuple{std::array{10, 20, 30, 40}, 60u, 80u}, std::tuple{std::array{90, 70, 50, 50}, 20u, 20u}}) {
+        screenshotRegion(dir.file("region.png").c_str(), region[0], region[1], region[2], region[3]);
+        auto written = readPng(dir.file("region.png"));
+        ASSERT_NE(written, nullptr);
+        EXPECT_EQ(written->width, width);
+        EXPECT_EQ(written->height, height);
+        EXPECT_EQ(pixelAt(*written, 0, 0), pixelAt(*screen, region[0] * 2, region[1] * 2));
+        EXPECT_EQ(pixelAt(*written, width - 1, height - 1), pixelAt(*screen, region[0] * 2 + width - 1, region[1] * 2 + height - 1));
+    }
+    // Nothing at all when the region misses the screen.
     screenshotRegion(dir.file("outside.png").c_str(), 200, 0, 10, 10);
     EXPECT_FALSE(std::filesystem::exists(dir.file("outside.png")));
     // A directory that does not exist simply gets no file.
     screenshot(dir.file("no/such/dir.png").c_str());
 }
 
-TEST(PngCodec, RoundTripsOpaqueAndTranslucentPixels) {
+// Opaque and translucent pixels come back as written; a file's colours are premultiplied, so a
+// clear pixel carries none, whatever the file holds; what is not a whole PNG is refused.
+TEST(PngCodec, RoundTripsWhatItWritesAndRefusesWhatIsNotAReadablePng) {
     host::PngCodec codec;
-    auto image = coordinateScreen(7, 5);
-    image->data[3] = 0x80;  // first pixel half transparent, premultiplied
-    image->data[0] = 0x40;
-    image->data[1] = 0x20;
-    image->data[2] = 0x00;
-    auto png = codec.encodePng(image->data, 7, 5, image->bytesPerRow);
+    auto image = coordinateScreen(16, 16);
+    std::memcpy(image->data, "\x40\x20\x00\x80", 4);  // half transparent, premultiplied
+    auto png = codec.encodePng(image->data, 16, 16, image->bytesPerRow);
     ASSERT_TRUE(png);
     auto back = codec.decodePng(png->data(), png->size());
     ASSERT_NE(back, nullptr);
-    ASSERT_EQ(back->width, 7u);
-    ASSERT_EQ(back->height, 5u);
-    EXPECT_EQ(std::memcmp(back->data, image->data, 7 * 5 * 4), 0);
+    ASSERT_EQ(back->width, 16u);
+    ASSERT_EQ(back->height, 16u);
+    EXPECT_EQ(std::memcmp(back->data, image->data, 16 * 16 * 4), 0);
 
-    // A fully transparent pixel carries no colour once premultiplied, whatever the file holds.
-    std::uint8_t straight[4] = {200, 100, 50, 0};
+    // Straight alpha in the file: clear, and all but opaque.
+    std::uint8_t straight[8] = {200, 100, 50, 0, 255, 255, 255, 254};
     png_image raw{};
     raw.version = PNG_IMAGE_VERSION;
-    raw.width = raw.height = 1;
+    raw.width = 2;
+    raw.height = 1;
     raw.format = PNG_FORMAT_RGBA;
     png_alloc_size_t size = 0;
     ASSERT_TRUE(png_image_write_to_memory(&raw, nullptr, &size, 0, straight, 0, nullptr));
@@ -121,19 +114,11 @@ TEST(PngCodec, RoundTripsOpaqueAndTranslucentPixels) {
     ASSERT_TRUE(png_image_write_to_memory(&raw, file.data(), &size, 0, straight, 0, nullptr));
     auto clear = codec.decodePng(file.data(), size);
     ASSERT_NE(clear, nullptr);
-    EXPECT_EQ(std::vector<std::uint8_t>(clear->data, clear->data + 4), std::vector<std::uint8_t>(4, 0));
-}
+    EXPECT_EQ(std::vector<std::uint8_t>(clear->data, clear->data + 8), (std::vector<std::uint8_t>{0, 0, 0, 0, 254, 254, 254, 254}));
 
-TEST(PngCodec, RefusesWhatIsNotAReadablePng) {
-    host::PngCodec codec;
-    auto png = codec.encodePng(coordinateScreen(16, 16)->data, 16, 16, 64);
-    ASSERT_TRUE(png);
-    for (std::size_t cut : {0ul, 7ul, 8ul, 33ul, png->size() / 2, png->size() - 13}) {
-        EXPECT_EQ(codec.decodePng(png->data(), cut), nullptr) << cut;
-    }
-    std::vector<std::uint8_t> corrupt = *png;
-    corrupt[corrupt.size() / 2] ^= 0x55;
-    EXPECT_EQ(codec.decodePng(corrupt.data(), corrupt.size()), nullptr);
+    for (std::size_t cut : {0ul, 7ul, 8ul, 33ul, png->size() / 2, png->size() - 13}) EXPECT_EQ(codec.decodePng(png->data(), cut), nullptr) << cut;
+    (*png)[png->size() / 2] ^= 0x55;
+    EXPECT_EQ(codec.decodePng(png->data(), png->size()), nullptr);
     EXPECT_EQ(codec.decodePng(nullptr, 0), nullptr);
     EXPECT_FALSE(codec.encodePng(nullptr, 1, 1, 4));
 }

@@ -1,6 +1,5 @@
 // Test support for the encrypted script format: a straightforward reference of the file format
-// written directly on OpenSSL (one-shot calls, no pieces, no queues), a crypto port with
-// predictable random bytes, and file helpers.
+// written directly on OpenSSL (one-shot calls, no pieces, no queues), and file helpers.
 #pragma once
 
 #include <openssl/evp.h>
@@ -16,7 +15,6 @@
 #include <vector>
 
 #include "FoundationFakes.h"
-#include "Platform/Crypto.h"
 #include "host/OpenSSLCrypto.h"
 
 namespace tactora::crypttest {
@@ -54,23 +52,26 @@ inline Bytes referenceHmac(const Bytes& key, const Bytes& data) {
     return code;
 }
 
-// The password-format file for `plain`, with `passwordBytes` entering PBKDF2 as given.
-inline Bytes referenceEncrypt(const Bytes& plain, const std::string& passwordBytes,
-                              const ReferenceHeader& header = {}) {
-    Bytes file{header.version, 1};
-    file.insert(file.end(), header.encryptionSalt.begin(), header.encryptionSalt.end());
-    file.insert(file.end(), header.hmacSalt.begin(), header.hmacSalt.end());
-    file.insert(file.end(), header.iv.begin(), header.iv.end());
-    Bytes key = referenceKey(passwordBytes, header.encryptionSalt);
+// AES-256-CBC with PKCS#7 padding in one call; none when the padding does not hold.
+inline std::optional<Bytes> referenceAes(bool encrypt, const Bytes& key, const std::uint8_t* iv, const std::uint8_t* in, std::size_t size) {
     EVP_CIPHER_CTX* context = EVP_CIPHER_CTX_new();
-    EVP_EncryptInit_ex(context, EVP_aes_256_cbc(), nullptr, key.data(), header.iv.data());
-    std::size_t start = file.size();
-    file.resize(start + plain.size() + 16);
+    Bytes out(size + 16);
     int written = 0, last = 0;
-    EVP_EncryptUpdate(context, file.data() + start, &written, plain.data(), int(plain.size()));
-    EVP_EncryptFinal_ex(context, file.data() + start + written, &last);
+    const bool ok = EVP_CipherInit_ex(context, EVP_aes_256_cbc(), nullptr, key.data(), iv, encrypt) == 1 &&
+                    EVP_CipherUpdate(context, out.data(), &written, in, int(size)) == 1 &&
+                    EVP_CipherFinal_ex(context, out.data() + written, &last) == 1;
     EVP_CIPHER_CTX_free(context);
-    file.resize(start + std::size_t(written + last));
+    if (!ok) return std::nullopt;
+    out.resize(std::size_t(written + last));
+    return out;
+}
+
+// The password-format file for `plain`, with `passwordBytes` entering PBKDF2 as given.
+inline Bytes referenceEncrypt(const Bytes& plain, const std::string& passwordBytes, const ReferenceHeader& header = {}) {
+    Bytes file{header.version, 1};
+    for (const Bytes* part : {&header.encryptionSalt, &header.hmacSalt, &header.iv}) file.insert(file.end(), part->begin(), part->end());
+    Bytes cipher = *referenceAes(true, referenceKey(passwordBytes, header.encryptionSalt), header.iv.data(), plain.data(), plain.size());
+    file.insert(file.end(), cipher.begin(), cipher.end());
     Bytes code = referenceHmac(referenceKey(passwordBytes, header.hmacSalt), file);
     file.insert(file.end(), code.begin(), code.end());
     return file;
@@ -79,49 +80,11 @@ inline Bytes referenceEncrypt(const Bytes& plain, const std::string& passwordByt
 // The plain text of a version 3 password-format file, or none when anything does not hold.
 inline std::optional<Bytes> referenceDecrypt(const Bytes& file, const std::string& password) {
     if (file.size() < 34 + 16 + 32 || file[0] != 3 || file[1] != 1) return std::nullopt;
-    Bytes encryptionSalt(file.begin() + 2, file.begin() + 10), hmacSalt(file.begin() + 10, file.begin() + 18);
-    Bytes iv(file.begin() + 18, file.begin() + 34);
     Bytes signedPart(file.begin(), file.end() - 32), code(file.end() - 32, file.end());
-    if (referenceHmac(referenceKey(password, hmacSalt), signedPart) != code) return std::nullopt;
-    Bytes key = referenceKey(password, encryptionSalt);
-    EVP_CIPHER_CTX* context = EVP_CIPHER_CTX_new();
-    EVP_DecryptInit_ex(context, EVP_aes_256_cbc(), nullptr, key.data(), iv.data());
-    Bytes plain(signedPart.size());
-    int written = 0, last = 0;
-    bool ok = EVP_DecryptUpdate(context, plain.data(), &written, signedPart.data() + 34, int(signedPart.size() - 34)) == 1 &&
-              EVP_DecryptFinal_ex(context, plain.data() + written, &last) == 1;
-    EVP_CIPHER_CTX_free(context);
-    if (!ok) return std::nullopt;
-    plain.resize(std::size_t(written + last));
-    return plain;
+    if (referenceHmac(referenceKey(password, Bytes(file.begin() + 10, file.begin() + 18)), signedPart) != code) return std::nullopt;
+    return referenceAes(false, referenceKey(password, Bytes(file.begin() + 2, file.begin() + 10)), file.data() + 18,
+                        file.data() + 34, signedPart.size() - 34);
 }
-
-// --- ports ------------------------------------------------------------------------------------
-
-// OpenSSL, but with random bytes counted up from a seed, so that two encryptions can be compared.
-class PredictableCrypto final : public Crypto {
-public:
-    explicit PredictableCrypto(std::uint8_t seed = 0) : next_(seed) {}
-    CryptoStatus makeCipher(Operation operation, std::span<const std::uint8_t, keySize> key,
-                            std::span<const std::uint8_t, blockSize> iv, std::unique_ptr<BlockCipher>& cipher) override {
-        return real_.makeCipher(operation, key, iv, cipher);
-    }
-    CryptoStatus makeHmac(std::span<const std::uint8_t> key, std::unique_ptr<Hmac>& hmac) override {
-        return real_.makeHmac(key, hmac);
-    }
-    CryptoStatus deriveKey(std::span<const std::uint8_t> password, std::span<const std::uint8_t> salt, unsigned rounds,
-                           std::span<std::uint8_t> derived) override {
-        return real_.deriveKey(password, salt, rounds, derived);
-    }
-    bool randomBytes(std::span<std::uint8_t> bytes) override {
-        for (auto& byte : bytes) byte = next_++;
-        return true;
-    }
-
-private:
-    host::OpenSSLCrypto real_;
-    std::uint8_t next_;
-};
 
 // --- files ------------------------------------------------------------------------------------
 

@@ -4,21 +4,14 @@
 import { test, before, after } from 'node:test';
 import assert from 'node:assert/strict';
 import { execFileSync } from 'node:child_process';
-import { mkdtempSync, mkdirSync, writeFileSync, readFileSync, existsSync } from 'node:fs';
-import { tmpdir } from 'node:os';
+import { writeFileSync, readFileSync, existsSync } from 'node:fs';
 import path from 'node:path';
-import { tactora, artifacts, openSimulator } from './harness.mjs';
+import { tactora, artifacts, openSimulator, makeRoot } from './harness.mjs';
 
 let root, scripts, scene, simulator, page;
 
 before(async () => {
-  root = mkdtempSync(path.join(tmpdir(), 'tactora-author-'));
-  scripts = path.join(root, 'var/mobile/Library/Tactora/Scripts');
-  scene = path.join(root, 'scene');
-  mkdirSync(scripts, { recursive: true });
-  execFileSync(tactora, ['--root', root, 'make-demo-scene', scene]);
-  mkdirSync(path.join(root, 'Applications/Tactora.app'), { recursive: true });
-  writeFileSync(path.join(root, 'Applications/Tactora.app/Extensions.lua'), '');
+  ({ root, scripts, scene } = makeRoot('tactora-author-'));
   writeFileSync(path.join(scripts, 'broken.lua'), 'log("fine so far")\n');
   writeFileSync(path.join(scripts, 'forever.lua'), 'while true do usleep(100000) end\n');
   simulator = openSimulator(root, path.join(scene, 'scene.json'), { width: 1500, height: 1000 });
@@ -74,35 +67,31 @@ test('every script tool is reached with Tab and has a name a screen reader reads
 test('the trail joins one touch only, and the Touches pane times every touch and names its moves', async () => {
   const screen = await screenAt();
   await mode('Touches');
-  const tap = async (x, y) => {
-    await page.mouse.move(screen.x + x, screen.y + y);
+  // Each touch ends when its "up" line shows in the Touches pane.
+  const lastLine = () => page.locator('#trace li').last();
+  const drag = async (from, to, y) => {
+    await page.mouse.move(screen.x + from, screen.y + y);
     await page.mouse.down();
-    await page.waitForTimeout(60);
+    for (let x = from + 10; x <= to; x += 10) {
+      await page.mouse.move(screen.x + x, screen.y + y);
+      await page.waitForTimeout(25);
+    }
+    if (from === to) await page.waitForTimeout(60);
     await page.mouse.up();
+    await lastLine().filter({ hasText: ` #1 up ${to},${y}` }).waitFor();
   };
-  await tap(60, 420);
-  await tap(260, 420);
-  await page.waitForTimeout(100);
+  await drag(60, 60, 420);
+  await drag(260, 260, 420);
   assert.ok(await drawnAt(60, 420) > 0, 'the first tap is marked');
   assert.equal(await drawnAt(160, 420), 0, 'no line runs from one tap to the next');
-
-  await page.mouse.move(screen.x + 60, screen.y + 455);
-  await page.mouse.down();
-  for (let x = 70; x <= 260; x += 10) {
-    await page.mouse.move(screen.x + x, screen.y + 455);
-    await page.waitForTimeout(25);
-  }
-  await page.mouse.up();
-  await page.waitForTimeout(100);
+  await drag(60, 260, 455);
   assert.ok(await drawnAt(160, 455) > 0, 'the drag leaves a trail along its path');
 
   const lines = await page.locator('#trace li').allTextContents();
-  const timed = /^\s*\d+\.\d{3} #1 (down|move|up) \d+,\d+/;
   const last = lines.slice(-8);
-  assert.ok(last.every((line) => timed.test(line)), 'every line has its time:\n' + last.join('\n'));
+  assert.ok(last.every((line) => /^\s*\d+\.\d{3} #1 (down|move|up) \d+,\d+/.test(line)), 'every line has its time:\n' + last.join('\n'));
   assert.ok(last.some((line) => / #1 move /.test(line)), 'the drag shows as moves');
   assert.match(lines.findLast((line) => / #1 down /.test(line)), /down 60,455/);
-  assert.match(lines.at(-1), / #1 up 260,455/);
 });
 
 test('opens a screenshot by its size and picks a point on it, as getColor reads it', async () => {

@@ -1,7 +1,7 @@
 // Starts `tactora sim` on a scene and opens its page in Debian's Chromium, headless, with a fresh
 // profile. Shared by the browser tests; not a test file itself.
-import { spawn } from 'node:child_process';
-import { mkdtempSync, mkdirSync, rmSync } from 'node:fs';
+import { execFileSync, spawn } from 'node:child_process';
+import { mkdtempSync, mkdirSync, rmSync, writeFileSync } from 'node:fs';
 import { tmpdir } from 'node:os';
 import path from 'node:path';
 import { chromium } from 'playwright-core';
@@ -19,38 +19,45 @@ export async function openSimulator(root, sceneFile, viewport) {
     rmSync(root, { recursive: true, force: true });
   } };
   try {
-    return await start(opened, root, sceneFile, viewport);
+    opened.sim = spawn(tactora, ['--root', root, '--language', 'en', 'sim', '--scene', sceneFile, '--port', '0'],
+      { stdio: ['ignore', 'pipe', 'pipe'] });
+    const url = await new Promise((resolve, reject) => {
+      let output = '';
+      const take = (chunk) => {
+        output += chunk;
+        const found = /open (http:\/\/127\.0\.0\.1:\d+\/)/.exec(output);
+        if (found) resolve(found[1]);
+      };
+      opened.sim.stdout.on('data', take);
+      opened.sim.stderr.on('data', take);
+      opened.sim.on('exit', (code) => reject(new Error(`tactora sim exited with ${code}:\n${output}`)));
+      setTimeout(() => reject(new Error('tactora sim printed no URL:\n' + output)), 15000).unref();
+    });
+    opened.context = await chromium.launchPersistentContext(mkdtempSync(path.join(tmpdir(), 'tactora-chromium-')), {
+      executablePath: process.env.CHROMIUM || '/usr/bin/chromium',
+      headless: true,
+      args: ['--no-sandbox', '--disable-gpu', '--disable-background-networking', '--disable-component-update',
+        '--disable-sync', '--no-first-run'],
+      viewport,
+    });
+    opened.page = opened.context.pages()[0] || await opened.context.newPage();
+    opened.page.setDefaultTimeout(20000);
+    await opened.page.goto(url);
+    await opened.page.locator('#status').filter({ hasText: 'Idle' }).waitFor();
+    return opened;
   } catch (error) {
     await opened.close();
     throw error;
   }
 }
 
-async function start(opened, root, sceneFile, viewport) {
-  opened.sim = spawn(tactora, ['--root', root, '--language', 'en', 'sim', '--scene', sceneFile, '--port', '0'],
-    { stdio: ['ignore', 'pipe', 'pipe'] });
-  const url = await new Promise((resolve, reject) => {
-    let output = '';
-    const take = (chunk) => {
-      output += chunk;
-      const found = /open (http:\/\/127\.0\.0\.1:\d+\/)/.exec(output);
-      if (found) resolve(found[1]);
-    };
-    opened.sim.stdout.on('data', take);
-    opened.sim.stderr.on('data', take);
-    opened.sim.on('exit', (code) => reject(new Error(`tactora sim exited with ${code}:\n${output}`)));
-    setTimeout(() => reject(new Error('tactora sim printed no URL:\n' + output)), 15000).unref();
-  });
-  opened.context = await chromium.launchPersistentContext(mkdtempSync(path.join(tmpdir(), 'tactora-chromium-')), {
-    executablePath: process.env.CHROMIUM || '/usr/bin/chromium',
-    headless: true,
-    args: ['--no-sandbox', '--disable-gpu', '--disable-background-networking', '--disable-component-update',
-      '--disable-sync', '--no-first-run'],
-    viewport,
-  });
-  opened.page = opened.context.pages()[0] || await opened.context.newPage();
-  opened.page.setDefaultTimeout(20000);
-  await opened.page.goto(url);
-  await opened.page.locator('#status').filter({ hasText: 'Idle' }).waitFor();
-  return opened;
+// A fresh device root with the demo scene, its scripts directory and an empty Extensions.lua.
+export function makeRoot(prefix) {
+  const root = mkdtempSync(path.join(tmpdir(), prefix));
+  const scripts = path.join(root, 'var/mobile/Library/Tactora/Scripts');
+  mkdirSync(scripts, { recursive: true });
+  mkdirSync(path.join(root, 'Applications/Tactora.app'), { recursive: true });
+  writeFileSync(path.join(root, 'Applications/Tactora.app/Extensions.lua'), '');
+  execFileSync(tactora, ['--root', root, 'make-demo-scene', path.join(root, 'scene')]);
+  return { root, scripts, scene: path.join(root, 'scene') };
 }

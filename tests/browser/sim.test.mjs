@@ -3,22 +3,16 @@
 import { test, before, after } from 'node:test';
 import assert from 'node:assert/strict';
 import { execFileSync } from 'node:child_process';
-import { mkdtempSync, mkdirSync, copyFileSync, writeFileSync, readdirSync } from 'node:fs';
-import { tmpdir } from 'node:os';
+import { copyFileSync, writeFileSync, readdirSync } from 'node:fs';
 import path from 'node:path';
-import { tactora, artifacts, source, openSimulator } from './harness.mjs';
+import { tactora, artifacts, source, openSimulator, makeRoot } from './harness.mjs';
 
 let root, scripts, simulator, sim, page;
 
 before(async () => {
-  root = mkdtempSync(path.join(tmpdir(), 'tactora-browser-'));
-  scripts = path.join(root, 'var/mobile/Library/Tactora/Scripts');
-  mkdirSync(scripts, { recursive: true });
-  execFileSync(tactora, ['--root', root, 'make-demo-scene', path.join(root, 'scene')]);
+  ({ root, scripts } = makeRoot('tactora-browser-'));
   copyFileSync(path.join(source, 'examples/demo/demo.lua'), path.join(scripts, 'demo.lua'));
   copyFileSync(path.join(root, 'scene/icon.png'), path.join(scripts, 'demo-icon.png'));
-  mkdirSync(path.join(root, 'Applications/Tactora.app'), { recursive: true });
-  writeFileSync(path.join(root, 'Applications/Tactora.app/Extensions.lua'), '');
   writeFileSync(path.join(root, 'secret.lua'), 'touchDown(1, 40, 40)\nusleep(50000)\ntouchUp(1, 40, 40)\nusleep(50000)\n');
   execFileSync(tactora, ['--root', root, 'encrypt', path.join(root, 'secret.lua'), '-o', path.join(scripts, 'secret.e'),
     '--password', 'open sesame']);
@@ -45,6 +39,11 @@ async function openControlPanel() {
   await overlay().getByRole('button', { name: 'Record' }).waitFor();
 }
 
+async function chooseScript(name) {
+  await openControlPanel();
+  await overlay().locator(`[data-script="${name}"]`).click();
+}
+
 async function expectAlert(message) {
   const alert = overlay().getByRole('alertdialog');
   await alert.filter({ hasText: message }).waitFor();
@@ -54,8 +53,7 @@ async function expectAlert(message) {
 const traceCount = () => page.locator('#trace').evaluate((list) => Number(list.dataset.count || 0));
 
 test('plays a chosen script twice from the panels and shows its touches as they happen', async () => {
-  await openControlPanel();
-  await overlay().locator('[data-script="demo.lua"]').click();
+  await chooseScript('demo.lua');
   const settings = overlay().getByRole('dialog');
   await settings.getByText('Loop playing with').waitFor();
   await settings.getByRole('button', { name: 'Times: up' }).click();
@@ -96,8 +94,7 @@ test('records two taps made with the mouse and plays them back at once', async (
   const recorded = readdirSync(scripts).filter((name) => !known.has(name) && name.endsWith('.lua'));
   assert.equal(recorded.length, 1, 'one new script: ' + recorded.join(', '));
 
-  await openControlPanel();
-  await overlay().locator(`[data-script="${recorded[0]}"]`).click();
+  await chooseScript(recorded[0]);
   await overlay().getByRole('button', { name: 'Play Now' }).click();
   await expectAlert('Playing Finished!');
   // The replay put a finger down where the mouse clicked, in the order clicked.
@@ -109,16 +106,14 @@ test('records two taps made with the mouse and plays them back at once', async (
 });
 
 test('asks for the password of an encrypted script, refuses a wrong one and plays with the right one', async () => {
-  await openControlPanel();
-  await overlay().locator('[data-script="secret.e"]').click();
+  await chooseScript('secret.e');
   let prompt = await expectAlert('Dencrypt Password');
   await prompt.locator('input[type=password]').fill('wrong');
   await prompt.getByRole('button', { name: 'Confirm' }).click();
   await (await expectAlert('Wrong password!')).getByRole('button', { name: 'OK' }).click();
   await overlay().waitFor({ state: 'hidden' });
 
-  await openControlPanel();
-  await overlay().locator('[data-script="secret.e"]').click();
+  await chooseScript('secret.e');
   prompt = await expectAlert('Dencrypt Password');
   await prompt.locator('input[type=password]').fill('open sesame');
   // Keyboard only from here: Enter confirms, and the next panel takes the focus.

@@ -35,16 +35,10 @@ const scratch = (name) => path.join(work, `${files++}-${name}`);
 
 // Runs the tool, handing it the password each of its three ways in turn.
 function runTool(args, password) {
-  const way = ways++ % 3;
-  let env = process.env;
-  if (way === 0) args = [...args, '--password', password];
-  if (way === 1) {
-    const file = scratch('password.txt');
-    fs.writeFileSync(file, password + '\n', 'utf8');
-    args = [...args, '--password-file', file];
-  }
-  if (way === 2) env = { ...process.env, TACTORA_PASSWORD: password };
-  return spawnSync(tool, args, { env, encoding: 'utf8' });
+  const file = scratch('password.txt');
+  fs.writeFileSync(file, password + '\n', 'utf8');
+  const [extra, env] = [[['--password', password]], [['--password-file', file]], [[], { TACTORA_PASSWORD: password }]][ways++ % 3];
+  return spawnSync(tool, [...args, ...extra], { env: { ...process.env, ...env }, encoding: 'utf8' });
 }
 
 for (const [name, plain] of Object.entries(inputs)) {
@@ -73,8 +67,7 @@ for (const [name, plain] of Object.entries(inputs)) {
 test('a wrong password fails on both sides and tactora leaves no output', () => {
   const plain = inputs['multi-block'];
   const sealed = Buffer.from(RNCryptor.Encrypt(plain, Buffer.from('right', 'utf8')), 'base64');
-  const input = scratch('wrong.e');
-  const output = scratch('never');
+  const input = scratch('wrong.e'), output = scratch('never');
   fs.writeFileSync(input, sealed);
   const run = runTool(['decrypt', input, '-o', output], 'wrong');
   assert.equal(run.status, 1);
