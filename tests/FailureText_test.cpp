@@ -1,13 +1,9 @@
 #include <gtest/gtest.h>
 
 #include <cerrno>
-#include <filesystem>
-#include <string>
 
-#include "FoundationFakes.h"
 #include "Kernel/Recorder.h"
 #include "Managers/FileManager.h"
-#include "Models/Global.h"
 #include "RuntimeFakes.h"
 
 using namespace tactora;

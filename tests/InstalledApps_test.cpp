@@ -3,32 +3,29 @@
 #include "Kernel/Utils.h"
 #include "Platform/Platform.h"
 
+// The records below name only the fields they need; the others are empty on purpose.
+#pragma GCC diagnostic ignored "-Wmissing-field-initializers"
+
 using namespace tactora;
 using App = DeviceInfo::RegisteredApp;
 using Strings = std::vector<std::string>;
 
 namespace {
 
-// A device whose registry and cache file are both set by the test.
+// A device whose registry and cache file are both set by the test, installed for its life.
 struct Device final : DeviceInfo {
+    Device() { platform().deviceInfo = this; }
     std::optional<std::vector<RegisteredApp>> registry;
     std::optional<InstallationCache> cache;
     std::optional<std::vector<RegisteredApp>> registeredApplications() const override { return registry; }
     std::optional<InstallationCache> installationCache() const override { return cache; }
+    ScopedPlatform scope;
 };
 
 Strings identifiers(const std::vector<DeviceInfo::AppInfo>& apps) {
     Strings ids;
     for (const auto& app : apps) ids.push_back(*app.at("CFBundleIdentifier").get<std::string>());
     return ids;
-}
-
-App app(std::string identifier, std::string type, std::string name = "") {
-    App record;
-    record.identifier = std::move(identifier);
-    record.type = std::move(type);
-    record.name = std::move(name);
-    return record;
 }
 
 const std::string* text(const DeviceInfo::AppInfo& app, const std::string& key) {
@@ -39,30 +36,22 @@ const std::string* text(const DeviceInfo::AppInfo& app, const std::string& key) 
 }  // namespace
 
 TEST(InstalledApps, RegistryRecordsTakeTheCacheShape) {
-    App safari = app("com.apple.mobilesafari", "System", "Safari");
-    safari.bundlePath = "/Applications/MobileSafari.app";
-    safari.version = "8615";
-    safari.infoPlist = DeviceInfo::AppInfo{{"CFBundleDisplayName", "Safari.plist"},
-                                           {"CFBundleIdentifier", "stale"},
-                                           {"Path", "/elsewhere"},
-                                           {"UIRequiredDeviceCapabilities", PropertyList::Array{"arm64"}}};
-    App game = app("com.example.game", "User", "Game");
-    game.bundlePath = "/var/containers/Bundle/Application/G/Game.app";
-    game.executable = "Game";
-    game.version = "42";
-    game.shortVersion = "1.2";
-    game.dataContainer = "/var/mobile/Containers/Data/Application/D";
-    game.entitlements = DeviceInfo::AppInfo{{"get-task-allow", false}};
-    App internal = app("com.apple.internal", "Internal");
-    App first = app("com.example.a", "User", "First");
-    App duplicate = app("com.example.a", "User", "Second");
-    App anonymous = app("", "User", "No identifier");
-
+    const App safari{.identifier = "com.apple.mobilesafari", .bundlePath = "/Applications/MobileSafari.app",
+                     .name = "Safari", .version = "8615", .type = "System",
+                     .infoPlist = DeviceInfo::AppInfo{{"CFBundleDisplayName", "Safari.plist"},
+                                                      {"CFBundleIdentifier", "stale"},
+                                                      {"Path", "/elsewhere"},
+                                                      {"UIRequiredDeviceCapabilities", PropertyList::Array{"arm64"}}}};
+    const App game{.identifier = "com.example.game", .bundlePath = "/var/containers/Bundle/Application/G/Game.app",
+                   .name = "Game", .executable = "Game", .version = "42", .shortVersion = "1.2", .type = "User",
+                   .dataContainer = "/var/mobile/Containers/Data/Application/D",
+                   .entitlements = DeviceInfo::AppInfo{{"get-task-allow", false}}};
     Device device;
-    device.registry = {safari, game, internal, first, duplicate, anonymous};
+    device.registry = {safari, game, {.identifier = "com.apple.internal", .type = "Internal"},
+                       {.identifier = "com.example.a", .name = "First", .type = "User"},
+                       {.identifier = "com.example.a", .name = "Second", .type = "User"},
+                       {.name = "No identifier", .type = "User"}};
     device.cache = DeviceInfo::InstallationCache{{{{"CFBundleIdentifier", "from.the.file"}}}, {}};
-    ScopedPlatform scope;
-    platform().deviceInfo = &device;
     const auto apps = Utils::appInstalledList();
 
     // The registry wins over the file; users first, each section by identifier, duplicates and
@@ -70,13 +59,12 @@ TEST(InstalledApps, RegistryRecordsTakeTheCacheShape) {
     ASSERT_EQ(identifiers(apps),
               (Strings{"com.example.a", "com.example.game", "com.apple.internal", "com.apple.mobilesafari"}));
     EXPECT_EQ(*text(apps[0], "CFBundleDisplayName"), "First");
-
-    const auto& gameInfo = apps[1];
+    EXPECT_EQ(*text(apps[2], "ApplicationType"), "Internal");
     const std::pair<const char*, std::string> fields[] = {
         {"Path", game.bundlePath}, {"Container", game.dataContainer}, {"ApplicationType", "User"}, {"CFBundleDisplayName", "Game"},
         {"CFBundleExecutable", "Game"}, {"CFBundleVersion", "42"}, {"CFBundleShortVersionString", "1.2"}};
-    for (const auto& [key, value] : fields) EXPECT_EQ(*text(gameInfo, key), value) << key;
-    EXPECT_EQ(gameInfo.at("Entitlements"), PropertyList(*game.entitlements));
+    for (const auto& [key, value] : fields) EXPECT_EQ(*text(apps[1], key), value) << key;
+    EXPECT_EQ(apps[1].at("Entitlements"), PropertyList(*game.entitlements));
 
     // The bundle's own Info.plist is kept whole; it keeps its names, never its identity or place.
     const auto& safariInfo = apps[3];
@@ -84,24 +72,19 @@ TEST(InstalledApps, RegistryRecordsTakeTheCacheShape) {
     EXPECT_EQ(*text(safariInfo, "CFBundleIdentifier"), "com.apple.mobilesafari");
     EXPECT_EQ(*text(safariInfo, "Path"), "/Applications/MobileSafari.app");
     EXPECT_EQ(safariInfo.at("UIRequiredDeviceCapabilities"), PropertyList(PropertyList::Array{"arm64"}));
-    EXPECT_EQ(text(safariInfo, "Container"), nullptr);
-    EXPECT_EQ(safariInfo.count("Entitlements"), 0u);
-    EXPECT_EQ(text(safariInfo, "CFBundleShortVersionString"), nullptr);
-    EXPECT_EQ(*text(apps[2], "ApplicationType"), "Internal");
+    for (const char* absent : {"Container", "Entitlements", "CFBundleShortVersionString"}) EXPECT_EQ(safariInfo.count(absent), 0u) << absent;
 }
 
 TEST(InstalledApps, CacheFileOnlyWhereTheRegistryGivesNothing) {
     Device device;
     device.cache = DeviceInfo::InstallationCache{{{{"CFBundleIdentifier", "com.user.a"}}},
                                                  {{{"CFBundleIdentifier", "com.apple.mobilesafari"}}}};
-    ScopedPlatform scope;
-    platform().deviceInfo = &device;
     for (auto registry : {std::optional<std::vector<App>>(), std::optional(std::vector<App>{})}) {
         device.registry = registry;
         EXPECT_EQ(identifiers(Utils::appInstalledList()), (Strings{"com.user.a", "com.apple.mobilesafari"}));
     }
     device.cache.reset();
     EXPECT_TRUE(Utils::appInstalledList().empty());
-    device.registry = std::vector<App>{app("com.example.only", "User")};
+    device.registry = std::vector<App>{{.identifier = "com.example.only", .type = "User"}};
     EXPECT_EQ(identifiers(Utils::appInstalledList()), (Strings{"com.example.only"}));
 }
