@@ -188,7 +188,9 @@ TEST_F(PanelTest, PasswordPromptRemembersTheTrimmedPasswordAndHandsOverTheText) 
         ASSERT_TRUE(device.hostAlerts.pressButtonOfTopAlert(c.button, c.typed));
         EXPECT_EQ(log->calls, c.calls);
         EXPECT_EQ(device.alertMessages(), c.alerts);
-        if (!c.alerts.empty()) EXPECT_EQ(device.hostAlerts.openAlerts()[0].request.cancelButton, "OK");
+        if (!c.alerts.empty()) {
+            EXPECT_EQ(device.hostAlerts.openAlerts()[0].request.cancelButton, "OK");
+        }
         while (device.hostAlerts.pressButtonOfTopAlert(0)) continue;
         const bool opened = c.calls.size() == 2;
         EXPECT_EQ(settings->scriptContent(), opened ? std::optional<std::string>("touchDown(1, 10, 10)\n") : std::nullopt);
