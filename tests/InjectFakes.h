@@ -4,10 +4,7 @@
 
 #include <gtest/gtest.h>
 
-#include <mutex>
-#include <string>
 #include <thread>
-#include <vector>
 
 #include "FoundationFakes.h"
 #include "Platform/HIDDispatch.h"

@@ -1,19 +1,12 @@
-// Fakes for the script runtime and the controller: a recording injection port, queues whose
-// background threads are joined, and two devices built on FakeDevice: RuntimeDevice for the
-// interpreter and the runner, ControlDevice, a simulated SpringBoard for the controller, the
-// panels and the recorder.
+// A recording injection port, queues whose background threads are joined, RuntimeDevice for the
+// interpreter and the runner, and ControlDevice, a simulated SpringBoard for the controller.
 #pragma once
 
 #include <algorithm>
 #include <chrono>
 #include <cstdint>
-#include <filesystem>
-#include <functional>
-#include <mutex>
 #include <span>
-#include <string>
 #include <thread>
-#include <vector>
 
 #include "FoundationFakes.h"
 #include "Kernel/EventSimulate.h"
@@ -93,9 +86,8 @@ private:
     std::vector<std::thread> threads_;
 };
 
-// A device for the script runtime: the scripts and library directories, recording injection port,
-// fake clock, feedback and apps, a main loop the test pumps and background threads it joins.
-// Global is reset on both ends.
+// The scripts and library directories, a main loop the test pumps and background threads it
+// joins; Global is reset on both ends.
 class RuntimeDevice : public FakeDevice {
 public:
     RuntimeDevice() : queues(loop) {
@@ -138,8 +130,8 @@ public:
     double scale() const override { return 2.0; }
 };
 
-// A simulated SpringBoard: the host's event registry, alerts, panels and HID source, a main loop
-// that the test thread runs, and counted feedback. Sleeps are real.
+// The host's event registry, alerts, panels and HID source, and a main loop the test thread runs.
+// Sleeps are real.
 class ControlDevice : public FakeDevice {
 public:
     ControlDevice() : queues(loop), registry((root.path() / "registry.json").string()), hidSource(queues) {

@@ -26,12 +26,12 @@ struct Runner {
     }
     ~Runner() { ScriptManager::setFinishedObserver(nullptr), ScriptManager::setPassObserver(nullptr); }
 
-    // Starts `script` (a file, or the text of an encrypted one) with these settings.
+    // Starts `script` with these settings; an encrypted one (type 1) plays its text, never the file.
     std::shared_ptr<PlaySettings> start(const std::string& script, long times, long interval, int playType = 0,
                                         int nowOrLater = 0) {
         auto settings = std::make_shared<PlaySettings>();
         auto path = device.map("/var/mobile/Library/Tactora/Scripts/play.lua");
-        writeFile(path, script);
+        writeFile(path, playType == 1 ? "error('the file was played')" : script);
         settings->setScriptTitle("play.lua"), settings->setScriptPath(path.string());
         settings->setScriptContent(script), settings->setPlayType(playType);
         settings->setRepeatTime(times), settings->setRepeatInterval(interval), settings->setPlayNowOrLater(nowOrLater);
@@ -56,34 +56,44 @@ struct Runner {
 
 }  // namespace
 
-// A count of 0 or less plays until stopped (here at the end of the fourth pass).
-TEST(ScriptManager, PlaysAsOftenAsAskedWithTheIntervalOnlyBetweenPasses) {
+// A count of 0 or less plays until stopped (here at the end of the fourth pass). Only a run started
+// at once with the option on shows the finished alert; a script ready to play stays chosen.
+TEST(ScriptManager, PlaysAsOftenAsAskedWithTheIntervalOnlyBetweenPassesAndEndsAsChosen) {
+    const Sleeps endless = {500000, 16000, 1000000, 16000, 1000000, 16000, 1000000, 16000, 500000};
     const struct {
         long times, interval, passes;
         Sleeps sleeps;
+        int nowOrLater;
+        bool ready, finishedOption, alertShown;
     } cases[] = {
-        {1, 5, 1, {500000, 16000, 500000}},
-        {3, 2, 3, {500000, 16000, 2000000, 16000, 2000000, 16000, 500000}},
-        {2, 0, 2, {500000, 16000, 16000, 500000}},
-        {2, -3, 2, {500000, 16000, 16000, 500000}},
-        {2, 5000, 2, {500000, 16000, 4000000000u, 1000000000u, 16000, 500000}},
-        {0, 1, 4, {500000, 16000, 1000000, 16000, 1000000, 16000, 1000000, 16000, 500000}},
-        {-1, 1, 4, {500000, 16000, 1000000, 16000, 1000000, 16000, 1000000, 16000, 500000}},
+        {1, 5, 1, {500000, 16000, 500000}, 0, false, true, true},
+        {3, 2, 3, {500000, 16000, 2000000, 16000, 2000000, 16000, 500000}, 0, false, false, false},
+        {2, 0, 2, {500000, 16000, 16000, 500000}, 1, true, true, false},
+        {2, -3, 2, {500000, 16000, 16000, 500000}, 1, false, true, false},
+        {2, 5000, 2, {500000, 16000, 4000000000u, 1000000000u, 16000, 500000}, 0, true, true, true},
+        {0, 1, 4, endless, 0, false, true, true},
+        {-1, 1, 4, endless, 0, false, true, true},
     };
     for (const auto& test : cases) {
-        SCOPED_TRACE(::testing::Message() << test.times << " times, " << test.interval << " s apart");
+        SCOPED_TRACE(::testing::Message() << test.times << " times, " << test.interval << " s apart, later "
+                                          << test.nowOrLater << " ready " << test.ready);
         Runner runner;
         std::atomic<int> ends{0};
         runner.device.clock.onSleep = [&](std::uint32_t us) {
             if (us == 16000 && ++ends == 4) ScriptManager::stopPlaying();
         };
-        runner.start("log('pass')", test.times, test.interval);
+        runner.device.options(true, true, test.finishedOption);
+        Global::sharedInstance().setIsReadyToPlay(test.ready);
+        auto settings = runner.start("log('pass')", test.times, test.interval, 0, test.nowOrLater);
         runner.finish();
         EXPECT_EQ(runner.passes(), test.passes);
         EXPECT_EQ(runner.device.clock.sleeps(), test.sleeps);
         std::vector<std::uint64_t> expected(test.passes);
         std::iota(expected.begin(), expected.end(), 1);
         EXPECT_EQ(runner.announced, expected);
+        EXPECT_EQ(runner.device.alerts.shown().size(), test.alertShown ? 1u : 0u);
+        EXPECT_EQ(Global::sharedInstance().currentPlaySettings(), test.ready ? settings : nullptr);
+        EXPECT_EQ(runner.device.feedback.vibrations, 2);
     }
 }
 
@@ -131,24 +141,4 @@ TEST(ScriptManager, EncryptedScriptsPlayTheirTextAndAnErrorEndsOnlyThatPass) {
     ASSERT_EQ(log.size(), 4u);
     EXPECT_TRUE(log[1].ends_with("pass 1 failed"));
     EXPECT_TRUE(log[3].ends_with("pass 2 failed")) << "one interpreter serves every pass of a run";
-}
-
-TEST(ScriptManager, OnlyARunStartedAtOnceWithTheOptionOnShowsTheFinishedAlert) {
-    const struct {
-        int nowOrLater;
-        bool readyToPlay, finishedAlertOption, alertShown, settingsKept;
-    } cases[] = {{0, false, true, true, false}, {0, false, false, false, false}, {1, true, true, false, true},
-                 {1, false, true, false, false}, {0, true, true, true, true}};
-    for (const auto& test : cases) {
-        SCOPED_TRACE(::testing::Message() << "later " << test.nowOrLater << " ready " << test.readyToPlay
-                                          << " option " << test.finishedAlertOption);
-        Runner runner;
-        runner.device.options(true, true, test.finishedAlertOption);
-        Global::sharedInstance().setIsReadyToPlay(test.readyToPlay);
-        auto settings = runner.start("x = 1", 1, 1, 0, test.nowOrLater);
-        runner.finish();
-        EXPECT_EQ(runner.device.alerts.shown().size(), test.alertShown ? 1u : 0u);
-        EXPECT_EQ(Global::sharedInstance().currentPlaySettings(), test.settingsKept ? settings : nullptr);
-        EXPECT_EQ(runner.device.feedback.vibrations, 2);
-    }
 }
