@@ -42,12 +42,7 @@ TEST_F(ActivatorManagerTest, TheStoreAndTheRegistryAreBroughtIntoAgreementBothWa
 TEST_F(ActivatorManagerTest, AnswersWhetherAnEventIsAssignedForARole) {
     ActivatorManager::initControlActions();
     ActivatorManager::assignActivatorTrigger(ActivatorTrigger(shake, forWhatPlayScript, "tap.lua"), everyMode);
-    const struct {
-        std::string event;
-        long forWhat;
-        std::optional<std::string> title;
-        bool expected;
-    } cases[] = {
+    const struct { std::string event; long forWhat; std::optional<std::string> title; bool expected; } cases[] = {
         {LAEventNameVolumeDownHoldShort, 1, {}, true}, {LAEventNameVolumeDownHoldShort, 2, {}, false},
         {LAEventNameVolumeDownPress, 2, {}, true},     {LAEventNameVolumeDownPress, 0, {}, false},
         {LAEventNameVolumeDownPress, 4, {}, false},    {shake, 3, "tap.lua", true},

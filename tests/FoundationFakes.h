@@ -57,11 +57,7 @@ public:
 
 class RecordingDiagnosticLog final : public DiagnosticLog {
 public:
-    struct Entry {
-        std::string message, file;
-        int line;
-        std::string function;
-    };
+    struct Entry { std::string message, file; int line; std::string function; };
     std::vector<Entry> entries;  // read once the work that logs has ended
     void write(std::string_view message, std::string_view file, int line, std::string_view function) override {
         std::lock_guard lock(mutex_);

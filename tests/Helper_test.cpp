@@ -42,12 +42,8 @@ TEST_F(HelperTest, AnOptionIsReadWithTheStoresTruthRulesAndDefaultsToTrue) {
 
 // Each message id sets its own option from any non-zero byte of a four-byte payload.
 TEST_F(HelperTest, SettingsMessagesStoreTheirOptionAndIgnoreAnythingMalformed) {
-    const struct {
-        std::int32_t id;
-        std::vector<std::uint8_t> data;
-        const char* key;  // the option that changes, or none
-        bool value;
-    } cases[] = {
+    // The message, and the option it changes (none for a malformed one) with its new value.
+    const struct { std::int32_t id; std::vector<std::uint8_t> data; const char* key; bool value; } cases[] = {
         {4, {0, 0, 0, 0}, showPlayFinishedAlertKey, false}, {4, {2, 0, 0, 0}, showPlayFinishedAlertKey, true},
         {4, {0, 0, 0, 1}, showPlayFinishedAlertKey, true},  {5, {0, 0, 0, 0}, showErrorsByAlertKey, false},
         {5, {1, 0, 0, 0}, showErrorsByAlertKey, true},      {6, {0, 0, 0, 0}, logErrorsKey, false},

@@ -72,7 +72,8 @@ TEST(InstalledApps, RegistryRecordsTakeTheCacheShape) {
     EXPECT_EQ(*text(safariInfo, "CFBundleIdentifier"), "com.apple.mobilesafari");
     EXPECT_EQ(*text(safariInfo, "Path"), "/Applications/MobileSafari.app");
     EXPECT_EQ(safariInfo.at("UIRequiredDeviceCapabilities"), PropertyList(PropertyList::Array{"arm64"}));
-    for (const char* absent : {"Container", "Entitlements", "CFBundleShortVersionString"}) EXPECT_EQ(safariInfo.count(absent), 0u) << absent;
+    for (const char* absent : {"Container", "Entitlements", "CFBundleShortVersionString"})
+        EXPECT_EQ(safariInfo.count(absent), 0u) << absent;
 }
 
 TEST(InstalledApps, CacheFileOnlyWhereTheRegistryGivesNothing) {

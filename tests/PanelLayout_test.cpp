@@ -31,7 +31,7 @@ std::optional<Chain> parse(std::string_view format) {
     static const std::regex step(R"(-(\d+)-|\[(\w+)(?:\((\d+)\))?\])");
     const std::string text(format);
     if (!std::regex_match(text, whole)) return std::nullopt;
-    Chain chain{text[0], text[2] == '|' && text.back() == '|'};
+    Chain chain{text[0], text[2] == '|' && text.back() == '|', 0, false, {}};
     for (auto it = std::sregex_iterator(text.begin(), text.end(), step); it != std::sregex_iterator(); ++it) {
         const std::smatch& m = *it;
         if (m[2].matched) chain.views.push_back(m[2]);
@@ -55,7 +55,8 @@ TEST(PanelLayout, ConstraintsNameTheirViewsPlaceEachOnBothAxesAndFitTheContent) 
         double width, height;  // of the content on the smallest screen (320 x 568), 0 for a table cell of any size
     } panels[] = {
         {"control panel", {Control::viewNames.begin(), Control::viewNames.end()},
-         {Control::constraints.begin(), Control::constraints.end()}, Control::contentWidth, ControlPanelView::contentHeight(320, 568)},
+         {Control::constraints.begin(), Control::constraints.end()}, Control::contentWidth,
+         ControlPanelView::contentHeight(320, 568)},
         {"script row", {Control::cellViewNames.begin(), Control::cellViewNames.end()},
          {Control::cellConstraints.begin(), Control::cellConstraints.end()}, 0, 0},
         {"play settings", {Settings::viewNames.begin(), Settings::viewNames.end()},

@@ -96,11 +96,10 @@ TEST_F(PanelTest, PlaySettingsSteppersKeepTheirRangeAndFormat) {
     auto panel = PlaySettingsView::make(log);
     const int count = PlaySettingsView::repeatCountStepperTag, interval = PlaySettingsView::repeatIntervalStepperTag,
               speed = PlaySettingsView::playSpeedStepperTag;
-    const struct {
-        int tag, presses;  // below zero: the minus button
-        Strings texts;     // count, interval, speed
-    } steps[] = {{count, 0, {"1", "1s", "1x"}},       {speed, -9, {"1", "1s", "0.1x"}}, {speed, -1, {"1", "1s", "0.1x"}},
-                 {speed, 30, {"1", "1s", "1.9x"}},    {interval, -2, {"1", "0s", "1.9x"}}, {count, 1, {"2", "0s", "1.9x"}}};
+    // Presses of one stepper (below zero: its minus button), then the count, interval and speed shown.
+    const struct { int tag, presses; Strings texts; } steps[] = {
+        {count, 0, {"1", "1s", "1x"}},    {speed, -9, {"1", "1s", "0.1x"}},    {speed, -1, {"1", "1s", "0.1x"}},
+        {speed, 30, {"1", "1s", "1.9x"}}, {interval, -2, {"1", "0s", "1.9x"}}, {count, 1, {"2", "0s", "1.9x"}}};
     for (const auto& step : steps) {
         for (int i = 0; i < std::abs(step.presses); ++i)
             step.presses < 0 ? panel->pressStepperMinus(step.tag) : panel->pressStepperPlus(step.tag);
@@ -123,14 +122,10 @@ TEST_F(PanelTest, PlaySettingsSteppersKeepTheirRangeAndFormat) {
 // confirm before closing; Cancel writes nothing.
 TEST_F(PanelTest, PlaySettingsButtonsWriteTheCurrentSettingsAndConfirmBeforeClosing) {
     const std::string path = device.writeScript("tap.lua");
-    const struct {
-        std::string typed;
-        int button;
-        long repeatTime;
-        int nowOrLater;
-    } cases[] = {{"25", PlaySettingsView::playNowButtonTag, 25, 0}, {"abc", PlaySettingsView::playLaterButtonTag, 0, 1},
-                 {"2000000", PlaySettingsView::playNowButtonTag, 2000000, 0},  // the text wins over the stepper
-                 {"7", PlaySettingsView::cancelButtonTag, 1, 0}};
+    const struct { std::string typed; int button; long repeatTime; int nowOrLater; } cases[] = {
+        {"25", PlaySettingsView::playNowButtonTag, 25, 0}, {"abc", PlaySettingsView::playLaterButtonTag, 0, 1},
+        {"2000000", PlaySettingsView::playNowButtonTag, 2000000, 0},  // the text wins over the stepper
+        {"7", PlaySettingsView::cancelButtonTag, 1, 0}};
     for (const auto& c : cases) {
         SCOPED_TRACE(c.typed);
         const bool written = c.button != PlaySettingsView::cancelButtonTag;
@@ -153,7 +148,7 @@ TEST_F(PanelTest, PlaySettingsButtonsWriteTheCurrentSettingsAndConfirmBeforeClos
 
 TEST(PlaySettingsView, ReadsTheCountAsThePlatformReadsAnInteger) {
     const std::pair<const char*, long> cases[] = {{"25", 25}, {"  42abc", 42}, {"-3", -3}, {"+8", 8}, {"abc", 0}, {"", 0},
-                                                  {"4 2", 4}, {"99999999999999999999", LONG_MAX}, {"-99999999999999999999", LONG_MIN}};
+        {"4 2", 4}, {"99999999999999999999", LONG_MAX}, {"-99999999999999999999", LONG_MIN}};
     for (const auto& [text, value] : cases) EXPECT_EQ(integerValueOfText(text), value) << text;
 }
 
@@ -163,11 +158,8 @@ TEST_F(PanelTest, PasswordPromptRemembersTheTrimmedPasswordAndHandsOverTheText) 
     const std::string plain = device.writeScript("secret.lua", "touchDown(1, 10, 10)\n");
     Encrypt::encryptScript(plain, "pa ss");
     const std::string path = plain + ".e";
-    const struct {
-        int button;
-        const char* typed;
-        bool opens;
-    } cases[] = {{0, "pa ss", false}, {1, "wrong", false}, {1, "", false}, {1, "  ", false}, {1, " pa ss\n", true}};
+    const struct { int button; const char* typed; bool opens; } cases[] = {
+        {0, "pa ss", false}, {1, "wrong", false}, {1, "", false}, {1, "  ", false}, {1, " pa ss\n", true}};
     for (const auto& c : cases) {
         SCOPED_TRACE(c.typed);
         auto settings = chooseScript(path);

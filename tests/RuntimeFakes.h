@@ -24,10 +24,7 @@
 
 namespace tactora::testing {
 
-struct SentMessage {
-    std::int32_t id;
-    std::vector<std::uint8_t> data;
-};
+struct SentMessage { std::int32_t id; std::vector<std::uint8_t> data; };
 
 // The injection port of a receiver that only writes down what it was sent.
 class RecordingPorts final : public MessagePorts {
@@ -45,10 +42,7 @@ public:
     void clear() { std::lock_guard l(log_->mutex); log_->messages.clear(); }
 
 private:
-    struct Log {
-        std::mutex mutex;
-        std::vector<SentMessage> messages;
-    };
+    struct Log { std::mutex mutex; std::vector<SentMessage> messages; };
     struct Remote final : RemoteMessagePort {
         explicit Remote(std::shared_ptr<Log> log) : log_(std::move(log)) {}
         bool isValid() const override { return true; }
@@ -141,10 +135,7 @@ public:
         p.alerts = &hostAlerts, p.presenter = &presenter, p.eventRegistry = &registry, p.feedback = &feedback;
         p.queues = &queues, p.clock = &clock, p.hidSource = &hidSource, p.display = &display, p.crypto = &crypto;
     }
-    ~ControlDevice() {
-        loop.drain();
-        Global::sharedInstance().reset();
-    }
+    ~ControlDevice() { loop.drain(), Global::sharedInstance().reset(); }
 
     std::filesystem::path scriptsDirectory() const { return map(devicepaths::scriptsDirectory); }
     std::string writeScript(const std::string& name, const std::string& text = "-- nothing\n") const {

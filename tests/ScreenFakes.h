@@ -19,7 +19,7 @@ namespace screentest {
 
 inline void setPixel(tactora::PixelBuffer& buffer, std::uint64_t x, std::uint64_t y, std::uint32_t color) {
     std::uint8_t* p = buffer.data + y * buffer.bytesPerRow + x * buffer.bytesPerPixel;
-    p[0] = static_cast<std::uint8_t>(color >> 16), p[1] = static_cast<std::uint8_t>(color >> 8), p[2] = static_cast<std::uint8_t>(color);
+    for (int i = 0; i < 3; ++i) p[i] = static_cast<std::uint8_t>(color >> (16 - 8 * i));
 }
 
 // An RGBA buffer of width x height pixels of colour 0xRRGGBB (alpha 255), malloc'd like the real
