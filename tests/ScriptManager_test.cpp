@@ -60,7 +60,12 @@ struct Runner {
 // at once with the option on shows the finished alert; a script ready to play stays chosen.
 TEST(ScriptManager, PlaysAsOftenAsAskedWithTheIntervalOnlyBetweenPassesAndEndsAsChosen) {
     const Sleeps endless = {500000, 16000, 1000000, 16000, 1000000, 16000, 1000000, 16000, 500000};
-    const struct { long times, interval, passes; Sleeps sleeps; int nowOrLater; bool ready, finishedOption, alertShown; } cases[] = {
+    const struct {
+        long times, interval, passes;
+        Sleeps sleeps;
+        int nowOrLater;
+        bool ready, finishedOption, alertShown;
+    } cases[] = {
         {1, 5, 1, {500000, 16000, 500000}, 0, false, true, true},
         {3, 2, 3, {500000, 16000, 2000000, 16000, 2000000, 16000, 500000}, 0, false, false, false},
         {2, 0, 2, {500000, 16000, 16000, 500000}, 1, true, true, false},
