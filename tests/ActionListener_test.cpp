@@ -1,54 +1,45 @@
+#include "Control/ActionListener.h"
+
 #include <gtest/gtest.h>
 
-#include <algorithm>
-
-#include "RuntimeFakes.h"
-#include "Control/ActionListener.h"
 #include "Control/ActivatorManager.h"
 #include "Control/ScriptManager.h"
-#include "Managers/DataManager.h"
 #include "Managers/Encrypt.h"
+#include "RuntimeFakes.h"
 
 using namespace tactora;
 using namespace tactora::testing;
 
 namespace {
 
-const std::string panelEvent = LAEventNameVolumeDownHoldShort;
-const std::string startStopEvent = LAEventNameVolumeDownPress;
+const std::string panelEvent = LAEventNameVolumeDownHoldShort, startStopEvent = LAEventNameVolumeDownPress;
 const std::string shakeEvent = "libactivator.motion.shake";
-
-// A script that plays until it is stopped.
-const char* endlessScript = "while true do usleep(20000) end\n";
 
 class ActionListenerTest : public ::testing::Test {
 protected:
     void SetUp() override { ASSERT_TRUE(listener = ActionListener::load()); }
     void TearDown() override {
         // Let a run that is still going end before the device goes.
-        if (Global::sharedInstance().isPlaying()) ScriptManager::stopPlaying();
-        device.runUntil([] { return !Global::sharedInstance().isPlaying() && !Global::sharedInstance().luaBridge(); });
+        if (global().isPlaying()) ScriptManager::stopPlaying();
+        device.runUntil([&] { return !global().isPlaying() && !global().luaBridge(); });
     }
 
     bool send(const std::string& event) { return device.registry.sendEvent(event); }
     Global& global() { return Global::sharedInstance(); }
     bool hasAlert(const std::string& message) { return std::ranges::count(device.alertMessages(), message) > 0; }
-    // Closes every open alert with its cancel button.
     void closeAlerts() { while (device.hostAlerts.pressButtonOfTopAlert(0)) continue; }
-    // Picks `title` from the control panel and answers the play settings panel with `button`.
-    void chooseFromControlPanel(const std::string& title, int button) {
+    // Picks `title` from the control panel and answers the play settings panel with Play Later.
+    void playLater(const std::string& title) {
         ASSERT_TRUE(send(panelEvent));
-        auto panel = listener->controlPanel();
-        ASSERT_TRUE(panel);
-        auto files = panel->files();
-        auto row = std::find(files.begin(), files.end(), title);
+        ASSERT_TRUE(listener->controlPanel());
+        auto files = listener->controlPanel()->files();
+        auto row = std::ranges::find(files, title);
         ASSERT_NE(row, files.end());
-        panel->didSelectRow(row - files.begin());
-        auto settings = listener->playSettingsView();
-        ASSERT_TRUE(settings);
-        settings->buttonClicked(button);
+        listener->controlPanel()->didSelectRow(row - files.begin());
+        ASSERT_TRUE(listener->playSettingsView());
+        listener->playSettingsView()->buttonClicked(PlaySettingsView::playLaterButtonTag);
     }
-    bool waitUntilPlaying(bool playing) { return device.runUntil([&] { return global().isPlaying() == playing; }); }
+    bool runUntil(const std::function<bool()>& done) { return device.runUntil(done); }
 
     ControlDevice device;
     std::shared_ptr<ActionListener> listener;
@@ -57,12 +48,11 @@ protected:
 }  // namespace
 
 TEST_F(ActionListenerTest, RecordingStartsFromThePanelAndTheControlEventEndsIt) {
-    // Idle: start/stop does nothing and is left to the system.
-    EXPECT_FALSE(send(startStopEvent));
+    EXPECT_FALSE(send(startStopEvent));  // idle: left to the system
     ASSERT_TRUE(send(panelEvent));
     EXPECT_TRUE(listener->isControlPanelShowing());
     EXPECT_FALSE(send(panelEvent));  // the panel is open
-    int vibrations = device.feedback.vibrations;
+    const int vibrations = device.feedback.vibrations;
     listener->controlPanel()->clickOnRecord();
     EXPECT_FALSE(listener->isControlPanelShowing());
     EXPECT_TRUE(global().isRecording());
@@ -81,9 +71,9 @@ TEST_F(ActionListenerTest, RecordingStartsFromThePanelAndTheControlEventEndsIt) 
 }
 
 TEST_F(ActionListenerTest, PlayLaterWaitsForStartStopAndTheControlEventQuitsInOneStep) {
-    device.writeScript("loop.lua", endlessScript);
+    device.writeScript("loop.lua", "while true do usleep(20000) end\n");
     device.languages.list = {"ja"};
-    chooseFromControlPanel("loop.lua", PlaySettingsView::playLaterButtonTag);
+    playLater("loop.lua");
     EXPECT_TRUE(global().isReadyToPlay());
     EXPECT_FALSE(global().isPlaying());
 
@@ -97,35 +87,33 @@ TEST_F(ActionListenerTest, PlayLaterWaitsForStartStopAndTheControlEventQuitsInOn
     ASSERT_TRUE(device.hostAlerts.pressButtonOfTopAlert(1));  // "Don't show again"
     EXPECT_TRUE(device.defaults.boolForKey(playLaterTipHideKey));
 
+    // Start/stop plays and stops again and again; the script stays ready.
     ASSERT_TRUE(send(startStopEvent));
-    ASSERT_TRUE(waitUntilPlaying(true));
+    ASSERT_TRUE(runUntil([&] { return global().isPlaying(); }));
     ASSERT_TRUE(send(startStopEvent));
-    ASSERT_TRUE(waitUntilPlaying(false));
-    ASSERT_TRUE(device.runUntil([&] { return !global().luaBridge(); }));
+    ASSERT_TRUE(runUntil([&] { return !global().isPlaying() && !global().luaBridge(); }));
     EXPECT_TRUE(global().isReadyToPlay());
     ASSERT_TRUE(global().currentPlaySettings());
     EXPECT_EQ(global().currentPlaySettings()->scriptTitle(), "loop.lua");
     closeAlerts();
-
     ASSERT_TRUE(send(startStopEvent));
-    ASSERT_TRUE(waitUntilPlaying(true));
+    ASSERT_TRUE(runUntil([&] { return global().isPlaying(); }));
+
     // Ready-playing: the control event stops the run and leaves "ready" at once.
     ASSERT_TRUE(send(panelEvent));
-    EXPECT_FALSE(global().isPlaying());
-    EXPECT_FALSE(global().isReadyToPlay());
-    EXPECT_FALSE(global().currentPlaySettings());
+    EXPECT_FALSE(global().isPlaying() || global().isReadyToPlay() || global().currentPlaySettings());
     ASSERT_FALSE(device.hostAlerts.openAlerts().empty());
     const AlertRequest& quit = device.hostAlerts.openAlerts().back().request;
     EXPECT_EQ(quit.message, "実行準備状態を終了しました！");
     EXPECT_EQ(quit.cancelButton, "OK");  // never localised
-    ASSERT_TRUE(device.runUntil([&] { return !global().luaBridge(); }));
+    ASSERT_TRUE(runUntil([&] { return !global().luaBridge(); }));
     closeAlerts();
 
-    // With the tip hidden, the next play later asks nothing.
-    chooseFromControlPanel("loop.lua", PlaySettingsView::playLaterButtonTag);
+    // With the tip hidden, the next play later asks nothing; the control event quits "ready".
+    playLater("loop.lua");
     EXPECT_TRUE(global().isReadyToPlay());
     EXPECT_TRUE(device.hostAlerts.openAlerts().empty());
-    ASSERT_TRUE(send(panelEvent));  // Ready: quits
+    ASSERT_TRUE(send(panelEvent));
     EXPECT_FALSE(global().isReadyToPlay());
     EXPECT_TRUE(hasAlert("実行準備状態を終了しました！"));
 }
@@ -133,10 +121,9 @@ TEST_F(ActionListenerTest, PlayLaterWaitsForStartStopAndTheControlEventQuitsInOn
 TEST_F(ActionListenerTest, EncryptedScriptsUseTheRememberedPasswordAndForgetAWrongOne) {
     const std::string plain = device.writeScript("secret.lua", "x = 1\n");
     Encrypt::encryptScript(plain, "right");
-    const std::string path = plain + ".e";
     ActivatorManager::assignActivatorTrigger(ActivatorTrigger(shakeEvent, forWhatPlayScript, "secret.lua.e"),
                                              {LAEventModeSpringBoard});
-    const std::string key = "script.password." + path;
+    const std::string key = "script.password." + plain + ".e";
 
     // A remembered password that no longer works is forgotten, and the prompt asks.
     device.defaults.setObject(key, std::string("stale"));
@@ -153,10 +140,9 @@ TEST_F(ActionListenerTest, EncryptedScriptsUseTheRememberedPasswordAndForgetAWro
     // Now it is remembered: a script that plays directly starts without any panel.
     global().setCurrentPlaySettings(nullptr);
     PlaySettings direct;
-    direct.setScriptTitle("secret.lua.e");
-    direct.setPlayDirectly(true);
+    direct.setScriptTitle("secret.lua.e"), direct.setPlayDirectly(true);
     ASSERT_TRUE(DataManager::insertPlaySettings(direct));
     ASSERT_TRUE(send(shakeEvent));
     EXPECT_FALSE(listener->isAnyPopupViewShowing());
-    ASSERT_TRUE(device.runUntil([&] { return !global().isPlaying() && !global().currentPlaySettings(); }));
+    ASSERT_TRUE(runUntil([&] { return !global().isPlaying() && !global().currentPlaySettings(); }));
 }

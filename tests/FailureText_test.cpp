@@ -1,13 +1,9 @@
 #include <gtest/gtest.h>
 
 #include <cerrno>
-#include <filesystem>
-#include <string>
 
-#include "FoundationFakes.h"
 #include "Kernel/Recorder.h"
 #include "Managers/FileManager.h"
-#include "Models/Global.h"
 #include "RuntimeFakes.h"
 
 using namespace tactora;
@@ -16,8 +12,7 @@ namespace fs = std::filesystem;
 namespace {
 
 // Describes a failure by its error number and path, so a test sees which failure reached it.
-class DescribingLanguages final : public Languages {
-public:
+struct DescribingLanguages final : Languages {
     std::string fileErrorDescription(int posixError, std::string_view path) const override {
         return "<" + std::to_string(posixError) + " " + std::string(path) + ">";
     }

@@ -1,6 +1,5 @@
 // Fakes for the storage, language, alert, feedback, clock and diagnostic ports, and a device tree
-// under a temporary root. The alert, defaults, feedback and clock fakes may be called from a
-// script thread while the test thread reads them.
+// under a temporary root. They may be called from a script thread while the test thread reads them.
 #pragma once
 
 #include <unistd.h>
@@ -41,17 +40,10 @@ public:
     std::optional<DefaultsValue> objectForKey(const std::string& key) const override {
         std::lock_guard lock(mutex_);
         auto found = values.find(key);
-        if (found == values.end()) return std::nullopt;
-        return found->second;
+        return found == values.end() ? std::nullopt : std::optional(found->second);
     }
-    void setObject(const std::string& key, const DefaultsValue& value) override {
-        std::lock_guard lock(mutex_);
-        values[key] = value;
-    }
-    void removeObject(const std::string& key) override {
-        std::lock_guard lock(mutex_);
-        values.erase(key);
-    }
+    void setObject(const std::string& key, const DefaultsValue& value) override { std::lock_guard l(mutex_); values[key] = value; }
+    void removeObject(const std::string& key) override { std::lock_guard l(mutex_); values.erase(key); }
 
 private:
     mutable std::mutex mutex_;
@@ -63,14 +55,9 @@ public:
     std::vector<std::string> preferredLanguages() const override { return list; }
 };
 
-// Diagnostics are not part of what these tests check.
 class RecordingDiagnosticLog final : public DiagnosticLog {
 public:
-    struct Entry {
-        std::string message, file;
-        int line;
-        std::string function;
-    };
+    struct Entry { std::string message, file; int line; std::string function; };
     std::vector<Entry> entries;  // read once the work that logs has ended
     void write(std::string_view message, std::string_view file, int line, std::string_view function) override {
         std::lock_guard lock(mutex_);
@@ -83,18 +70,8 @@ private:
 
 class RecordingAlerts final : public Alerts {
 public:
-    void showAlert(AlertRequest alert) override {
-        std::lock_guard lock(mutex_);
-        shown_.push_back(std::move(alert));
-    }
-    std::vector<AlertRequest> shown() const {
-        std::lock_guard lock(mutex_);
-        return shown_;
-    }
-    void clear() {
-        std::lock_guard lock(mutex_);
-        shown_.clear();
-    }
+    void showAlert(AlertRequest alert) override { std::lock_guard l(mutex_); shown_.push_back(std::move(alert)); }
+    std::vector<AlertRequest> shown() const { std::lock_guard l(mutex_); return shown_; }
 
 private:
     mutable std::mutex mutex_;
@@ -106,18 +83,14 @@ public:
     std::atomic<int> vibrations{0};
     std::mutex mutex;
     std::vector<bool> idleTimerCalls;
-
     void vibrate() override { ++vibrations; }
     void playBundledSound() override {}
-    void resetIdleTimerAndUndim(bool playing) override {
-        std::lock_guard lock(mutex);
-        idleTimerCalls.push_back(playing);
-    }
+    void resetIdleTimerAndUndim(bool playing) override { std::lock_guard l(mutex); idleTimerCalls.push_back(playing); }
 };
 
 // Local time stands at `now` and absolute time at `ticks`. Sleeps are written down instead of
 // slept (unless `realSleeps`); `onSleep` runs inside each one, on the sleeping thread, so that a
-// test can act "during" a pause.
+// test can act "during" a pause, and a stop asked before or during it cuts it short.
 class FakeClock final : public Clock {
 public:
     std::tm now{};
@@ -135,34 +108,19 @@ public:
         note(microseconds);
         if (realSleeps) Clock::sleepMicroseconds(microseconds);
     }
-    // Written down like any sleep; a stop asked before or during it (in onSleep) cuts it short.
     bool sleepMicrosecondsUnless(std::uint32_t microseconds, const std::function<bool()>& stopped) override {
         note(microseconds);
-        if (realSleeps) return Clock::sleepMicrosecondsUnless(microseconds, stopped);
-        return !stopped();
+        return realSleeps ? Clock::sleepMicrosecondsUnless(microseconds, stopped) : !stopped();
     }
-    std::vector<std::uint32_t> sleeps() const {
-        std::lock_guard lock(mutex_);
-        return sleeps_;
-    }
-    size_t count(std::uint32_t microseconds) const {
-        size_t n = 0;
-        for (std::uint32_t sleep : sleeps()) n += sleep == microseconds;
-        return n;
-    }
-    void clear() {
-        std::lock_guard lock(mutex_);
-        sleeps_.clear();
-    }
+    std::vector<std::uint32_t> sleeps() const { std::lock_guard l(mutex_); return sleeps_; }
+    void clear() { std::lock_guard l(mutex_); sleeps_.clear(); }
 
 private:
     void note(std::uint32_t microseconds) {
-        std::function<void(std::uint32_t)> hook;
-        {
-            std::lock_guard lock(mutex_);
-            sleeps_.push_back(microseconds);
-            hook = onSleep;
-        }
+        std::unique_lock lock(mutex_);
+        sleeps_.push_back(microseconds);
+        auto hook = onSleep;
+        lock.unlock();
         if (hook) hook(microseconds);
     }
 
@@ -215,11 +173,7 @@ class FakeDevice {
 public:
     FakeDevice() : paths(root.path().string()) {
         Platform& p = platform();
-        p.paths = &paths;
-        p.userDefaults = &defaults;
-        p.languages = &languages;
-        p.diagnosticLog = &log;
-        p.alerts = &alerts;
+        p.paths = &paths, p.userDefaults = &defaults, p.languages = &languages, p.diagnosticLog = &log, p.alerts = &alerts;
     }
     std::filesystem::path map(std::string_view devicePath) const { return paths.map(devicePath); }
 

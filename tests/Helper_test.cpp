@@ -1,8 +1,7 @@
+#include "Control/Helper.h"
+
 #include <gtest/gtest.h>
 
-#include <array>
-
-#include "Control/Helper.h"
 #include "FoundationFakes.h"
 
 using namespace tactora;
@@ -10,16 +9,9 @@ using namespace tactora::testing;
 
 namespace {
 
-struct Option {
-    const char* key;
-    bool (*read)();
-};
-
-const Option options[] = {
-    {showPlayFinishedAlertKey, &Helper::ifShowPlayFinishedAlert},
-    {showErrorsByAlertKey, &Helper::ifShowErrorsByAlert},
-    {logErrorsKey, &Helper::ifLogErrors},
-};
+const std::pair<const char*, bool (*)()> options[] = {{showPlayFinishedAlertKey, &Helper::ifShowPlayFinishedAlert},
+                                                      {showErrorsByAlertKey, &Helper::ifShowErrorsByAlert},
+                                                      {logErrorsKey, &Helper::ifLogErrors}};
 
 class HelperTest : public ::testing::Test {
 protected:
@@ -32,60 +24,42 @@ protected:
 
 // An option never set reads true and is stored as true; a read never rewrites a stored value.
 TEST_F(HelperTest, AnOptionIsReadWithTheStoresTruthRulesAndDefaultsToTrue) {
-    const std::pair<std::optional<DefaultsValue>, bool> stored[] = {
-        {std::nullopt, true},
-        {DefaultsValue(false), false},         {DefaultsValue(true), true},
-        {DefaultsValue(std::int64_t(0)), false}, {DefaultsValue(std::int64_t(7)), true},
-        {DefaultsValue(std::string("NO")), false}, {DefaultsValue(std::string("yes")), true},
-    };
-    for (const Option& option : options) {
+    using Value = DefaultsValue;
+    const std::pair<std::optional<Value>, bool> stored[] = {
+        {std::nullopt, true},         {Value(false), false},       {Value(true), true},
+        {Value(std::int64_t(0)), false}, {Value(std::int64_t(7)), true}, {Value(std::string("NO")), false},
+        {Value(std::string("yes")), true}};
+    for (const auto& [key, read] : options) {
         for (const auto& [value, expected] : stored) {
             defaults.values.clear();
-            if (value) defaults.setObject(option.key, *value);
-            EXPECT_EQ(option.read(), expected) << option.key;
-            EXPECT_EQ(defaults.objectForKey(option.key), value.value_or(DefaultsValue(true))) << option.key;
+            if (value) defaults.setObject(key, *value);
+            EXPECT_EQ(read(), expected) << key;
+            EXPECT_EQ(defaults.objectForKey(key), value.value_or(Value(true))) << key;
             EXPECT_EQ(defaults.values.size(), 1u);
         }
     }
 }
 
+// Each message id sets its own option from any non-zero byte of a four-byte payload.
 TEST_F(HelperTest, SettingsMessagesStoreTheirOptionAndIgnoreAnythingMalformed) {
-    using Bytes = std::vector<std::uint8_t>;
-    struct Case {
-        std::int32_t id;
-        Bytes data;
-        const char* key;  // the option that changes, or none
-        bool value;
+    // The message, and the option it changes (none for a malformed one) with its new value.
+    const struct { std::int32_t id; std::vector<std::uint8_t> data; const char* key; bool value; } cases[] = {
+        {4, {0, 0, 0, 0}, showPlayFinishedAlertKey, false}, {4, {2, 0, 0, 0}, showPlayFinishedAlertKey, true},
+        {4, {0, 0, 0, 1}, showPlayFinishedAlertKey, true},  {5, {0, 0, 0, 0}, showErrorsByAlertKey, false},
+        {5, {1, 0, 0, 0}, showErrorsByAlertKey, true},      {6, {0, 0, 0, 0}, logErrorsKey, false},
+        {6, {0xff, 0xff, 0xff, 0xff}, logErrorsKey, true},  {4, {0, 0, 0, 0, 0, 0, 0, 0}, nullptr, false},
+        {5, {0, 0, 0}, nullptr, false},                     {6, {}, nullptr, false},
+        {3, {0, 0, 0, 0}, nullptr, false},                  {7, {0, 0, 0, 0}, nullptr, false},
+        {-4, {0, 0, 0, 0}, nullptr, false},                 {1 << 16 | 4, {0, 0, 0, 0}, nullptr, false},
     };
-    const Case cases[] = {
-        {4, {0, 0, 0, 0}, showPlayFinishedAlertKey, false},
-        {4, {2, 0, 0, 0}, showPlayFinishedAlertKey, true},
-        {4, {0, 0, 0, 1}, showPlayFinishedAlertKey, true},  // only the top byte set: still non-zero
-        {5, {0, 0, 0, 0}, showErrorsByAlertKey, false},
-        {5, {1, 0, 0, 0}, showErrorsByAlertKey, true},
-        {6, {0, 0, 0, 0}, logErrorsKey, false},
-        {6, {0xff, 0xff, 0xff, 0xff}, logErrorsKey, true},
-        {4, {0, 0, 0, 0, 0, 0, 0, 0}, nullptr, false},
-        {5, {0, 0, 0}, nullptr, false},
-        {6, {}, nullptr, false},
-        {3, {0, 0, 0, 0}, nullptr, false},
-        {7, {0, 0, 0, 0}, nullptr, false},
-        {-4, {0, 0, 0, 0}, nullptr, false},
-        {1 << 16 | 4, {0, 0, 0, 0}, nullptr, false},
-    };
-    for (const Case& c : cases) {
+    for (const auto& c : cases) {
         SCOPED_TRACE(::testing::Message() << "id " << c.id << ", " << c.data.size() << " bytes");
-        // A known state first: everything on but with a marker type, so any write shows.
-        defaults.values.clear();
-        for (const Option& option : options) defaults.setObject(option.key, std::int64_t(9));
+        // Every option holds a marker of another type first, so any write shows.
+        for (const auto& option : options) defaults.setObject(option.first, std::int64_t(9));
         myCallBack(c.id, c.data);
-        for (const Option& option : options) {
-            auto stored = defaults.objectForKey(option.key);
-            if (c.key && std::string(c.key) == option.key) {
-                EXPECT_EQ(stored, DefaultsValue(c.value)) << option.key;
-            } else {
-                EXPECT_EQ(stored, DefaultsValue(std::int64_t(9))) << option.key << " must not change";
-            }
+        for (const auto& [key, read] : options) {
+            const bool changes = c.key && std::string(c.key) == key;
+            EXPECT_EQ(defaults.objectForKey(key), changes ? DefaultsValue(c.value) : DefaultsValue(std::int64_t(9))) << key;
         }
     }
 }

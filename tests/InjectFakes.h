@@ -1,13 +1,10 @@
-// Helpers shared by the injection tests: a scratch root given as text, a main loop on a thread of its own and a
-// HID layer that keeps what it was asked to dispatch.
+// A scratch root given as text, a main loop on a thread of its own and a HID layer that keeps
+// what it was asked to dispatch.
 #pragma once
 
 #include <gtest/gtest.h>
 
-#include <mutex>
-#include <string>
 #include <thread>
-#include <vector>
 
 #include "FoundationFakes.h"
 #include "Platform/HIDDispatch.h"
@@ -25,10 +22,7 @@ public:
 class LoopThread {
 public:
     LoopThread() : thread_([this] { loop_.run(); }) {}
-    ~LoopThread() {
-        loop_.quit();
-        thread_.join();
-    }
+    ~LoopThread() { loop_.quit(), thread_.join(); }
     host::MainLoop& loop() { return loop_; }
     std::thread::id id() const { return thread_.get_id(); }
 
@@ -40,18 +34,9 @@ private:
 // A HID layer that records every event and answers with a chosen display.
 class RecordingHIDDispatch final : public HIDDispatch {
 public:
-    void dispatchDigitizer(const HandEventDescription& hand) override {
-        std::lock_guard lock(mutex);
-        hands.push_back(hand);
-    }
-    void dispatchKeyboard(const KeyboardEventDescription& key) override {
-        std::lock_guard lock(mutex);
-        keys.push_back(key);
-    }
-    DigitizerDisplay display() const override {
-        ++displayQueries;
-        return screen;
-    }
+    void dispatchDigitizer(const HandEventDescription& hand) override { std::lock_guard l(mutex); hands.push_back(hand); }
+    void dispatchKeyboard(const KeyboardEventDescription& key) override { std::lock_guard l(mutex); keys.push_back(key); }
+    DigitizerDisplay display() const override { return ++displayQueries, screen; }
     void userEventOccurred() override { ++userEvents; }
     std::uint64_t absoluteTime() const override { return ++ticks; }
 

@@ -3,105 +3,68 @@
 #include "Kernel/Utils.h"
 #include "Platform/Platform.h"
 
+// The records below name only the fields they need; the others are empty on purpose.
+#pragma GCC diagnostic ignored "-Wmissing-field-initializers"
+
 using namespace tactora;
 using App = DeviceInfo::RegisteredApp;
-using Strings = std::vector<std::string>;
+using Info = DeviceInfo::AppInfo;
 
 namespace {
 
-// A device whose registry and cache file are both set by the test.
+// A device whose registry and cache file are both set by the test, installed for its life.
 struct Device final : DeviceInfo {
+    Device() { platform().deviceInfo = this; }
     std::optional<std::vector<RegisteredApp>> registry;
     std::optional<InstallationCache> cache;
     std::optional<std::vector<RegisteredApp>> registeredApplications() const override { return registry; }
     std::optional<InstallationCache> installationCache() const override { return cache; }
+    ScopedPlatform scope;
 };
-
-Strings identifiers(const std::vector<DeviceInfo::AppInfo>& apps) {
-    Strings ids;
-    for (const auto& app : apps) ids.push_back(*app.at("CFBundleIdentifier").get<std::string>());
-    return ids;
-}
-
-App app(std::string identifier, std::string type, std::string name = "") {
-    App record;
-    record.identifier = std::move(identifier);
-    record.type = std::move(type);
-    record.name = std::move(name);
-    return record;
-}
-
-const std::string* text(const DeviceInfo::AppInfo& app, const std::string& key) {
-    auto found = app.find(key);
-    return found == app.end() ? nullptr : found->second.get<std::string>();
-}
 
 }  // namespace
 
+// Users first, each section by identifier; duplicates and nameless records are gone and every type
+// but "User" counts as the system's. The bundle's own Info.plist is kept whole: it keeps its names,
+// never its identity or place.
 TEST(InstalledApps, RegistryRecordsTakeTheCacheShape) {
-    App safari = app("com.apple.mobilesafari", "System", "Safari");
-    safari.bundlePath = "/Applications/MobileSafari.app";
-    safari.version = "8615";
-    safari.infoPlist = DeviceInfo::AppInfo{{"CFBundleDisplayName", "Safari.plist"},
-                                           {"CFBundleIdentifier", "stale"},
-                                           {"Path", "/elsewhere"},
-                                           {"UIRequiredDeviceCapabilities", PropertyList::Array{"arm64"}}};
-    App game = app("com.example.game", "User", "Game");
-    game.bundlePath = "/var/containers/Bundle/Application/G/Game.app";
-    game.executable = "Game";
-    game.version = "42";
-    game.shortVersion = "1.2";
-    game.dataContainer = "/var/mobile/Containers/Data/Application/D";
-    game.entitlements = DeviceInfo::AppInfo{{"get-task-allow", false}};
-    App internal = app("com.apple.internal", "Internal");
-    App first = app("com.example.a", "User", "First");
-    App duplicate = app("com.example.a", "User", "Second");
-    App anonymous = app("", "User", "No identifier");
-
+    const Info entitlements{{"get-task-allow", false}};
+    const PropertyList::Array arm64{"arm64"};
     Device device;
-    device.registry = {safari, game, internal, first, duplicate, anonymous};
-    device.cache = DeviceInfo::InstallationCache{{{{"CFBundleIdentifier", "from.the.file"}}}, {}};
-    ScopedPlatform scope;
-    platform().deviceInfo = &device;
-    const auto apps = Utils::appInstalledList();
-
-    // The registry wins over the file; users first, each section by identifier, duplicates and
-    // nameless records gone, every type but "User" counted as the system's.
-    ASSERT_EQ(identifiers(apps),
-              (Strings{"com.example.a", "com.example.game", "com.apple.internal", "com.apple.mobilesafari"}));
-    EXPECT_EQ(*text(apps[0], "CFBundleDisplayName"), "First");
-
-    const auto& gameInfo = apps[1];
-    const std::pair<const char*, std::string> fields[] = {
-        {"Path", game.bundlePath}, {"Container", game.dataContainer}, {"ApplicationType", "User"}, {"CFBundleDisplayName", "Game"},
-        {"CFBundleExecutable", "Game"}, {"CFBundleVersion", "42"}, {"CFBundleShortVersionString", "1.2"}};
-    for (const auto& [key, value] : fields) EXPECT_EQ(*text(gameInfo, key), value) << key;
-    EXPECT_EQ(gameInfo.at("Entitlements"), PropertyList(*game.entitlements));
-
-    // The bundle's own Info.plist is kept whole; it keeps its names, never its identity or place.
-    const auto& safariInfo = apps[3];
-    EXPECT_EQ(*text(safariInfo, "CFBundleDisplayName"), "Safari.plist");
-    EXPECT_EQ(*text(safariInfo, "CFBundleIdentifier"), "com.apple.mobilesafari");
-    EXPECT_EQ(*text(safariInfo, "Path"), "/Applications/MobileSafari.app");
-    EXPECT_EQ(safariInfo.at("UIRequiredDeviceCapabilities"), PropertyList(PropertyList::Array{"arm64"}));
-    EXPECT_EQ(text(safariInfo, "Container"), nullptr);
-    EXPECT_EQ(safariInfo.count("Entitlements"), 0u);
-    EXPECT_EQ(text(safariInfo, "CFBundleShortVersionString"), nullptr);
-    EXPECT_EQ(*text(apps[2], "ApplicationType"), "Internal");
+    device.registry = {
+        {.identifier = "com.apple.mobilesafari", .bundlePath = "/Applications/MobileSafari.app", .name = "Safari",
+         .version = "8615", .type = "System",
+         .infoPlist = Info{{"CFBundleDisplayName", "Safari.plist"}, {"CFBundleIdentifier", "stale"},
+                           {"Path", "/elsewhere"}, {"UIRequiredDeviceCapabilities", arm64}}},
+        {.identifier = "com.example.game", .bundlePath = "/G/Game.app", .name = "Game", .executable = "Game",
+         .version = "42", .shortVersion = "1.2", .type = "User", .dataContainer = "/D", .entitlements = entitlements},
+        {.identifier = "com.apple.internal", .type = "Internal"},
+        {.identifier = "com.example.a", .name = "First", .type = "User"},
+        {.identifier = "com.example.a", .name = "Second", .type = "User"},
+        {.name = "No identifier", .type = "User"}};
+    device.cache = DeviceInfo::InstallationCache{{{{"CFBundleIdentifier", "from.the.file"}}}, {}};  // the registry wins
+    const std::vector<Info> expected = {
+        {{"CFBundleIdentifier", "com.example.a"}, {"CFBundleDisplayName", "First"}, {"ApplicationType", "User"}},
+        {{"CFBundleIdentifier", "com.example.game"}, {"CFBundleDisplayName", "Game"}, {"CFBundleExecutable", "Game"},
+         {"CFBundleVersion", "42"}, {"CFBundleShortVersionString", "1.2"}, {"Path", "/G/Game.app"},
+         {"ApplicationType", "User"}, {"Container", "/D"}, {"Entitlements", entitlements}},
+        {{"CFBundleIdentifier", "com.apple.internal"}, {"ApplicationType", "Internal"}},
+        {{"CFBundleIdentifier", "com.apple.mobilesafari"}, {"CFBundleDisplayName", "Safari.plist"},
+         {"CFBundleVersion", "8615"}, {"Path", "/Applications/MobileSafari.app"}, {"ApplicationType", "System"},
+         {"UIRequiredDeviceCapabilities", arm64}}};
+    EXPECT_EQ(Utils::appInstalledList(), expected);
 }
 
 TEST(InstalledApps, CacheFileOnlyWhereTheRegistryGivesNothing) {
     Device device;
-    device.cache = DeviceInfo::InstallationCache{{{{"CFBundleIdentifier", "com.user.a"}}},
-                                                 {{{"CFBundleIdentifier", "com.apple.mobilesafari"}}}};
-    ScopedPlatform scope;
-    platform().deviceInfo = &device;
+    const Info user{{"CFBundleIdentifier", "com.user.a"}}, system{{"CFBundleIdentifier", "com.apple.mobilesafari"}};
+    device.cache = DeviceInfo::InstallationCache{{user}, {system}};
     for (auto registry : {std::optional<std::vector<App>>(), std::optional(std::vector<App>{})}) {
         device.registry = registry;
-        EXPECT_EQ(identifiers(Utils::appInstalledList()), (Strings{"com.user.a", "com.apple.mobilesafari"}));
+        EXPECT_EQ(Utils::appInstalledList(), (std::vector<Info>{user, system}));
     }
     device.cache.reset();
     EXPECT_TRUE(Utils::appInstalledList().empty());
-    device.registry = std::vector<App>{app("com.example.only", "User")};
-    EXPECT_EQ(identifiers(Utils::appInstalledList()), (Strings{"com.example.only"}));
+    device.registry = std::vector<App>{{.identifier = "com.example.only", .type = "User"}};
+    EXPECT_EQ(Utils::appInstalledList(), (std::vector<Info>{{{"CFBundleIdentifier", "com.example.only"}, {"ApplicationType", "User"}}}));
 }

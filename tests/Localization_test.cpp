@@ -1,29 +1,14 @@
+#include "Views/Localization.h"
+
 #include <gtest/gtest.h>
 
 #include <regex>
 
-#include "Platform/Languages.h"
-#include "Platform/Platform.h"
-#include "Views/Localization.h"
+#include "FoundationFakes.h"
 
 using namespace tactora;
 
 namespace {
-
-class FixedLanguages final : public Languages {
-public:
-    std::vector<std::string> list;
-    std::vector<std::string> preferredLanguages() const override { return list; }
-};
-
-class LocalizationTest : public ::testing::Test {
-protected:
-    void SetUp() override { platform().languages = &languages; }
-    void speak(std::vector<std::string> list) { languages.list = std::move(list); }
-
-    ScopedPlatform scope;
-    FixedLanguages languages;
-};
 
 // The printf-style placeholders of a text, in order, so that a translation cannot drop or swap one.
 std::vector<std::string> placeholders(const std::string& text) {
@@ -36,41 +21,28 @@ std::vector<std::string> placeholders(const std::string& text) {
 
 }  // namespace
 
-TEST_F(LocalizationTest, EveryKeyHasAFilledTextInAllFourLanguagesWithTheSamePlaceholders) {
+// Only the bare first language tag chooses a translation; every translation fills every key and
+// keeps the English placeholders in order.
+TEST(Localization, EveryKeyIsTranslatedForTheBareFirstLanguageTagWithTheSamePlaceholders) {
+    ScopedPlatform scope;
+    tactora::testing::FixedLanguages languages;
+    platform().languages = &languages;
     Localization& shared = Localization::sharedInstance();
-    const LocalizationTable& english = shared.enKeyValue();
-    for (const LocalizationTable* table : {&english, &shared.jaKeyValue(), &shared.zhsKeyValue(), &shared.zhtKeyValue()}) {
-        ASSERT_EQ(table->size(), english.size());
-        for (const auto& [key, text] : english) {
-            ASSERT_TRUE(table->count(key)) << key;
-            EXPECT_FALSE(table->at(key).empty()) << key;
-            EXPECT_EQ(placeholders(table->at(key)), placeholders(text)) << key;
-        }
-    }
-}
-
-TEST_F(LocalizationTest, OnlyTheBareFirstLanguageTagChoosesATranslation) {
-    Localization& shared = Localization::sharedInstance();
-    struct Choice {
-        std::vector<std::string> preferred;
-        const LocalizationTable* table;
-    };
-    const Choice choices[] = {
-        {{"en"}, &shared.enKeyValue()},
-        {{"ja", "en"}, &shared.jaKeyValue()},
-        {{"zh-Hans"}, &shared.zhsKeyValue()},
-        {{"zh-Hant", "ja"}, &shared.zhtKeyValue()},
-        {{"ja-JP"}, &shared.enKeyValue()},
-        {{"zh-Hans-CN"}, &shared.enKeyValue()},
-        {{"zh-hans"}, &shared.enKeyValue()},
-        {{"fr", "ja"}, &shared.enKeyValue()},
-        {{"en", "zh-Hans"}, &shared.enKeyValue()},
-        {{}, &shared.enKeyValue()},
-    };
-    for (const Choice& choice : choices) {
-        speak(choice.preferred);
-        for (const auto& [key, text] : *choice.table) {
-            SCOPED_TRACE(key + " in " + (choice.preferred.empty() ? std::string("<none>") : choice.preferred.front()));
+    const LocalizationTable &en = shared.enKeyValue(), &ja = shared.jaKeyValue();
+    const std::pair<std::vector<std::string>, const LocalizationTable*> choices[] = {
+        {{"en"}, &en},          {{"ja", "en"}, &ja},          {{"zh-Hans"}, &shared.zhsKeyValue()},
+        {{"zh-Hant", "ja"}, &shared.zhtKeyValue()},           {{"ja-JP"}, &en},
+        {{"zh-Hans-CN"}, &en},  {{"zh-hans"}, &en},           {{"fr", "ja"}, &en},
+        {{"en", "zh-Hans"}, &en}, {{}, &en}};
+    for (const auto& [preferred, table] : choices) {
+        languages.list = preferred;
+        ASSERT_EQ(table->size(), en.size());
+        for (const auto& [key, english] : en) {
+            SCOPED_TRACE(key + " in " + (preferred.empty() ? std::string("<none>") : preferred.front()));
+            ASSERT_TRUE(table->count(key));
+            const std::string& text = table->at(key);
+            EXPECT_FALSE(text.empty());
+            EXPECT_EQ(placeholders(text), placeholders(english));
             EXPECT_EQ(Localization::localize(key), std::optional<std::string>(text));
             EXPECT_EQ(localizedText(key), text);
         }

@@ -5,12 +5,8 @@
 #include <gtest/gtest.h>
 
 #include <map>
-#include <optional>
 #include <regex>
 #include <set>
-#include <string>
-#include <string_view>
-#include <vector>
 
 #include "Views/ControlPanelView.h"
 #include "Views/PlaySettingsView.h"
@@ -19,18 +15,12 @@ using namespace tactora;
 
 namespace {
 
-// One step of a chain: a gap of `size` points, or a view with an optional fixed size.
-struct Step {
-    bool isView = false;
-    std::string name;
-    std::optional<double> size;
-};
-
 struct Chain {
-    char axis = 0;  // 'H' or 'V'
-    bool leadingEdge = false;
-    bool trailingEdge = false;
-    std::vector<Step> steps;
+    char axis;  // 'H' or 'V'
+    bool edgeToEdge;
+    double fixed = 0;       // the gaps and the views of fixed size
+    bool flexible = false;  // some view takes what is left
+    std::vector<std::string> views;
 };
 
 // The subset of the visual format language the panels use: "H:|-12-[a]-3-[b(40)]-0-|", views and
@@ -41,36 +31,14 @@ std::optional<Chain> parse(std::string_view format) {
     static const std::regex step(R"(-(\d+)-|\[(\w+)(?:\((\d+)\))?\])");
     const std::string text(format);
     if (!std::regex_match(text, whole)) return std::nullopt;
-    Chain chain{text[0], text[2] == '|', text.back() == '|', {}};
+    Chain chain{text[0], text[2] == '|' && text.back() == '|', 0, false, {}};
     for (auto it = std::sregex_iterator(text.begin(), text.end(), step); it != std::sregex_iterator(); ++it) {
         const std::smatch& m = *it;
-        if (m[1].matched) chain.steps.push_back({false, {}, std::stod(m[1])});
-        else chain.steps.push_back({true, m[2], m[3].matched ? std::optional(std::stod(m[3])) : std::nullopt});
+        if (m[2].matched) chain.views.push_back(m[2]);
+        if (m[1].matched || m[3].matched) chain.fixed += std::stod(m[1].matched ? m[1] : m[3]);
+        else chain.flexible = true;
     }
     return chain;
-}
-
-struct PanelLayout {
-    std::string panel;
-    std::vector<std::string_view> viewNames;
-    std::vector<std::string_view> constraints;
-    double width;   // of the content view, or 0 when the content is a table cell of any width
-    double height;  // likewise
-};
-
-std::vector<PanelLayout> panels() {
-    using Control = ControlPanelView::Layout;
-    using Settings = PlaySettingsView::Layout;
-    // The smallest screen the tweak runs on: 320 x 568 points.
-    return {
-        {"control panel", {Control::viewNames.begin(), Control::viewNames.end()},
-         {Control::constraints.begin(), Control::constraints.end()}, Control::contentWidth,
-         ControlPanelView::contentHeight(320, 568)},
-        {"script row", {Control::cellViewNames.begin(), Control::cellViewNames.end()},
-         {Control::cellConstraints.begin(), Control::cellConstraints.end()}, 0, 0},
-        {"play settings", {Settings::viewNames.begin(), Settings::viewNames.end()},
-         {Settings::constraints.begin(), Settings::constraints.end()}, Settings::contentWidth, Settings::contentHeight},
-    };
 }
 
 }  // namespace
@@ -79,29 +47,38 @@ std::vector<PanelLayout> panels() {
 // a chain from edge to edge adds up to the content's size when all its views have a fixed size,
 // and leaves room when some view takes what is left.
 TEST(PanelLayout, ConstraintsNameTheirViewsPlaceEachOnBothAxesAndFitTheContent) {
+    using Control = ControlPanelView::Layout;
+    using Settings = PlaySettingsView::Layout;
+    const struct {
+        const char* panel;
+        std::vector<std::string_view> viewNames, constraints;
+        double width, height;  // of the content on the smallest screen (320 x 568), 0 for a table cell of any size
+    } panels[] = {
+        {"control panel", {Control::viewNames.begin(), Control::viewNames.end()},
+         {Control::constraints.begin(), Control::constraints.end()}, Control::contentWidth,
+         ControlPanelView::contentHeight(320, 568)},
+        {"script row", {Control::cellViewNames.begin(), Control::cellViewNames.end()},
+         {Control::cellConstraints.begin(), Control::cellConstraints.end()}, 0, 0},
+        {"play settings", {Settings::viewNames.begin(), Settings::viewNames.end()},
+         {Settings::constraints.begin(), Settings::constraints.end()}, Settings::contentWidth, Settings::contentHeight},
+    };
     int edgeToEdge = 0;
-    for (const PanelLayout& layout : panels()) {
+    for (const auto& layout : panels) {
         SCOPED_TRACE(layout.panel);
-        std::set<std::string_view> names(layout.viewNames.begin(), layout.viewNames.end());
+        const std::set<std::string_view> names(layout.viewNames.begin(), layout.viewNames.end());
         EXPECT_EQ(names.size(), layout.viewNames.size()) << "a view name is listed twice";
         std::map<std::string, std::set<char>> axes;
         for (std::string_view format : layout.constraints) {
             auto chain = parse(format);
             ASSERT_TRUE(chain) << format;
-            double fixed = 0;
-            bool flexible = false;
-            for (const Step& step : chain->steps) {
-                if (step.isView) {
-                    EXPECT_TRUE(names.count(step.name)) << step.name << " in " << format;
-                    axes[step.name].insert(chain->axis);
-                }
-                if (step.size) fixed += *step.size;
-                else flexible = true;
+            for (const std::string& view : chain->views) {
+                EXPECT_TRUE(names.count(view)) << view << " in " << format;
+                axes[view].insert(chain->axis);
             }
-            if (layout.width == 0 || !chain->leadingEdge || !chain->trailingEdge) continue;
+            if (layout.width == 0 || !chain->edgeToEdge) continue;
             const double extent = chain->axis == 'H' ? layout.width : layout.height;
-            if (flexible) EXPECT_LT(fixed, extent) << format;
-            else EXPECT_DOUBLE_EQ(fixed, extent) << format;
+            if (chain->flexible) EXPECT_LT(chain->fixed, extent) << format;
+            else EXPECT_DOUBLE_EQ(chain->fixed, extent) << format;
             ++edgeToEdge;
         }
         for (std::string_view name : layout.viewNames) EXPECT_EQ(axes[std::string(name)], (std::set<char>{'H', 'V'})) << name;

@@ -1,19 +1,12 @@
-// Fakes for the script runtime and the controller: a recording injection port, queues whose
-// background threads are joined, and two devices built on FakeDevice: RuntimeDevice for the
-// interpreter and the runner, ControlDevice, a simulated SpringBoard for the controller, the
-// panels and the recorder.
+// A recording injection port, queues whose background threads are joined, RuntimeDevice for the
+// interpreter and the runner, and ControlDevice, a simulated SpringBoard for the controller.
 #pragma once
 
 #include <algorithm>
 #include <chrono>
 #include <cstdint>
-#include <filesystem>
-#include <functional>
-#include <mutex>
 #include <span>
-#include <string>
 #include <thread>
-#include <vector>
 
 #include "FoundationFakes.h"
 #include "Kernel/EventSimulate.h"
@@ -31,39 +24,25 @@
 
 namespace tactora::testing {
 
-struct SentMessage {
-    std::int32_t id;
-    std::vector<std::uint8_t> data;
-};
+struct SentMessage { std::int32_t id; std::vector<std::uint8_t> data; };
 
 // The injection port of a receiver that only writes down what it was sent.
 class RecordingPorts final : public MessagePorts {
 public:
-    struct Log {
-        std::mutex mutex;
-        std::vector<SentMessage> messages;
-    };
-
     std::unique_ptr<RemoteMessagePort> createRemote(const std::string& name) override {
         return name == injectionPortName ? std::make_unique<Remote>(log_) : nullptr;
     }
-
-    std::vector<SentMessage> messages() const {
-        std::lock_guard lock(log_->mutex);
-        return log_->messages;
-    }
+    std::vector<SentMessage> messages() const { std::lock_guard l(log_->mutex); return log_->messages; }
     std::vector<std::int32_t> ids() const {
         std::vector<std::int32_t> result;
         for (const SentMessage& message : messages()) result.push_back(message.id);
         return result;
     }
     size_t count(std::int32_t id) const { return std::ranges::count(ids(), id); }
-    void clear() {
-        std::lock_guard lock(log_->mutex);
-        log_->messages.clear();
-    }
+    void clear() { std::lock_guard l(log_->mutex); log_->messages.clear(); }
 
 private:
+    struct Log { std::mutex mutex; std::vector<SentMessage> messages; };
     struct Remote final : RemoteMessagePort {
         explicit Remote(std::shared_ptr<Log> log) : log_(std::move(log)) {}
         bool isValid() const override { return true; }
@@ -76,7 +55,6 @@ private:
         }
         std::shared_ptr<Log> log_;
     };
-
     std::shared_ptr<Log> log_ = std::make_shared<Log>();
 };
 
@@ -87,17 +65,12 @@ public:
     explicit JoiningQueues(host::MainLoop& loop) : loop_(loop) {}
     ~JoiningQueues() override { join(); }
     void runOnMain(std::function<void()> work) override { loop_.post(std::move(work)); }
-    void runInBackground(std::function<void()> work) override {
-        std::lock_guard lock(mutex_);
-        threads_.emplace_back(std::move(work));
-    }
+    void runInBackground(std::function<void()> work) override { std::lock_guard l(mutex_); threads_.emplace_back(std::move(work)); }
     bool isMainThread() const override { return loop_.isLoopThread(); }
     void join() {
-        std::vector<std::thread> threads;
-        {
-            std::lock_guard lock(mutex_);
-            threads.swap(threads_);
-        }
+        std::unique_lock lock(mutex_);
+        auto threads = std::exchange(threads_, {});
+        lock.unlock();
         for (std::thread& thread : threads) thread.join();
     }
 
@@ -107,20 +80,15 @@ private:
     std::vector<std::thread> threads_;
 };
 
-// A device for the script runtime: the scripts and library directories, recording injection port,
-// fake clock, feedback and apps, a main loop the test pumps and background threads it joins.
-// Global is reset on both ends.
+// The scripts and library directories, a main loop the test pumps and background threads it
+// joins; Global is reset on both ends.
 class RuntimeDevice : public FakeDevice {
 public:
     RuntimeDevice() : queues(loop) {
         Global::sharedInstance().reset();
         EventSimulate::resetConnection();
         Platform& p = platform();
-        p.clock = &clock;
-        p.feedback = &feedback;
-        p.apps = &apps;
-        p.messagePorts = &ports;
-        p.queues = &queues;
+        p.clock = &clock, p.feedback = &feedback, p.apps = &apps, p.messagePorts = &ports, p.queues = &queues;
         std::filesystem::create_directories(map("/var/mobile/Library/Tactora/Scripts"));
         std::filesystem::create_directories(map("/var/mobile/Library/Tactora/Library"));
     }
@@ -134,8 +102,7 @@ public:
     std::filesystem::path logFile() const { return map("/var/mobile/Library/Tactora/Library/log.log"); }
     std::string log() const { return readFile(logFile()); }
     std::vector<std::string> logLines() const { return lines(log()); }
-
-    // Sets the error and finished-alert options (all on unless told).
+    // Sets the error and finished-alert options.
     void options(bool logErrors, bool alertErrors, bool finishedAlert = true) {
         defaults.setObject(logErrorsKey, logErrors);
         defaults.setObject(showErrorsByAlertKey, alertErrors);
@@ -157,37 +124,23 @@ public:
     double scale() const override { return 2.0; }
 };
 
-// A simulated SpringBoard: the host's event registry, alerts, panels and HID source, a main loop
-// that the test thread runs, and counted feedback. Sleeps are real.
+// The host's event registry, alerts, panels and HID source, and a main loop the test thread runs.
+// Sleeps are real.
 class ControlDevice : public FakeDevice {
 public:
-    ControlDevice()
-        : queues(loop),
-          registry((root.path() / "registry.json").string()),
-          hidSource(queues) {
+    ControlDevice() : queues(loop), registry((root.path() / "registry.json").string()), hidSource(queues) {
         Global::sharedInstance().reset();
         clock.realSleeps = true;
         Platform& p = platform();
-        p.alerts = &hostAlerts;
-        p.presenter = &presenter;
-        p.eventRegistry = &registry;
-        p.feedback = &feedback;
-        p.queues = &queues;
-        p.clock = &clock;
-        p.hidSource = &hidSource;
-        p.display = &display;
-        p.crypto = &crypto;
+        p.alerts = &hostAlerts, p.presenter = &presenter, p.eventRegistry = &registry, p.feedback = &feedback;
+        p.queues = &queues, p.clock = &clock, p.hidSource = &hidSource, p.display = &display, p.crypto = &crypto;
     }
-    ~ControlDevice() {
-        loop.drain();
-        Global::sharedInstance().reset();
-    }
+    ~ControlDevice() { loop.drain(), Global::sharedInstance().reset(); }
 
     std::filesystem::path scriptsDirectory() const { return map(devicepaths::scriptsDirectory); }
     std::string writeScript(const std::string& name, const std::string& text = "-- nothing\n") const {
-        std::filesystem::path path = scriptsDirectory() / name;
-        writeFile(path, text);
-        return path.string();
+        writeFile(scriptsDirectory() / name, text);
+        return (scriptsDirectory() / name).string();
     }
     // Runs the main loop until `done` holds (at most a few seconds).
     bool runUntil(const std::function<bool()>& done, std::chrono::milliseconds timeout = std::chrono::seconds(5)) {
@@ -215,6 +168,5 @@ public:
 }  // namespace tactora::testing
 
 namespace tactora {
-// The runtime tests' name for the shared fakes.
-namespace runtimetest = testing;
+namespace runtimetest = testing;  // the runtime tests' name for the shared fakes
 }  // namespace tactora

@@ -1,5 +1,4 @@
-// Helpers for the screen tests: pixel buffers built from colours, and a simulated display with
-// the PNG codec installed for the length of a test.
+// Pixel buffers built from colours, and a simulated display with the PNG codec for a test's length.
 #pragma once
 
 #include <cstdint>
@@ -18,6 +17,11 @@
 
 namespace screentest {
 
+inline void setPixel(tactora::PixelBuffer& buffer, std::uint64_t x, std::uint64_t y, std::uint32_t color) {
+    std::uint8_t* p = buffer.data + y * buffer.bytesPerRow + x * buffer.bytesPerPixel;
+    for (int i = 0; i < 3; ++i) p[i] = static_cast<std::uint8_t>(color >> (16 - 8 * i));
+}
+
 // An RGBA buffer of width x height pixels of colour 0xRRGGBB (alpha 255), malloc'd like the real
 // ones so that releasePixelBuffer frees it.
 inline tactora::PixelBufferPtr solidBuffer(std::uint64_t width, std::uint64_t height, std::uint32_t color,
@@ -25,21 +29,12 @@ inline tactora::PixelBufferPtr solidBuffer(std::uint64_t width, std::uint64_t he
     auto* buffer = static_cast<tactora::PixelBuffer*>(std::malloc(sizeof(tactora::PixelBuffer)));
     const std::size_t bytes = width * height * bytesPerPixel;
     auto* data = static_cast<std::uint8_t*>(std::malloc(bytes ? bytes : 1));
-    for (std::size_t i = 0; i < width * height; ++i) {
-        data[i * bytesPerPixel] = static_cast<std::uint8_t>(color >> 16);
-        data[i * bytesPerPixel + 1] = static_cast<std::uint8_t>(color >> 8);
-        data[i * bytesPerPixel + 2] = static_cast<std::uint8_t>(color);
-        for (std::uint64_t extra = 3; extra < bytesPerPixel; ++extra) data[i * bytesPerPixel + extra] = 0xFF;
-    }
     *buffer = tactora::PixelBuffer{data, width, height, width * bytesPerPixel, bytesPerPixel};
+    for (std::size_t i = 0; i < width * height; ++i) {
+        for (std::uint64_t extra = 3; extra < bytesPerPixel; ++extra) data[i * bytesPerPixel + extra] = 0xFF;
+        setPixel(*buffer, i % width, i / width, color);
+    }
     return tactora::PixelBufferPtr(buffer);
-}
-
-inline void setPixel(tactora::PixelBuffer& buffer, std::uint64_t x, std::uint64_t y, std::uint32_t color) {
-    std::uint8_t* p = buffer.data + y * buffer.bytesPerRow + x * buffer.bytesPerPixel;
-    p[0] = static_cast<std::uint8_t>(color >> 16);
-    p[1] = static_cast<std::uint8_t>(color >> 8);
-    p[2] = static_cast<std::uint8_t>(color);
 }
 
 inline std::uint32_t pixelAt(const tactora::PixelBuffer& buffer, std::uint64_t x, std::uint64_t y) {

@@ -2,7 +2,6 @@
 
 #include <gtest/gtest.h>
 
-#include <algorithm>
 #include <future>
 #include <numeric>
 
@@ -10,11 +9,10 @@
 #include "RuntimeFakes.h"
 
 using namespace tactora;
-using namespace tactora::runtimetest;
+using namespace tactora::testing;
+using Sleeps = std::vector<std::uint32_t>;
 
 namespace {
-
-using Sleeps = std::vector<std::uint32_t>;
 
 // A runtime device with a script to play; the test thread is the main thread.
 struct Runner {
@@ -26,34 +24,28 @@ struct Runner {
             announced.push_back(pass);
         });
     }
-    ~Runner() {
-        ScriptManager::setFinishedObserver(nullptr);
-        ScriptManager::setPassObserver(nullptr);
-    }
+    ~Runner() { ScriptManager::setFinishedObserver(nullptr), ScriptManager::setPassObserver(nullptr); }
 
-    // Plays `script` (a file, or the text of an encrypted one) with these settings until the
-    // finishing step has run.
-    std::shared_ptr<PlaySettings> play(const std::string& script, long repeatTime, long repeatInterval,
-                                       int playType = 0, int nowOrLater = 0) {
+    // Starts `script` with these settings; an encrypted one (type 1) plays its text, never the file.
+    std::shared_ptr<PlaySettings> start(const std::string& script, long times, long interval, int playType = 0,
+                                        int nowOrLater = 0) {
         auto settings = std::make_shared<PlaySettings>();
         auto path = device.map("/var/mobile/Library/Tactora/Scripts/play.lua");
-        writeFile(path, script);
-        settings->setScriptTitle("play.lua");
-        settings->setScriptPath(path.string());
-        settings->setScriptContent(script);
-        settings->setPlayType(playType);
-        settings->setRepeatTime(repeatTime);
-        settings->setRepeatInterval(repeatInterval);
-        settings->setPlayNowOrLater(nowOrLater);
+        writeFile(path, playType == 1 ? "error('the file was played')" : script);
+        settings->setScriptTitle("play.lua"), settings->setScriptPath(path.string());
+        settings->setScriptContent(script), settings->setPlayType(playType);
+        settings->setRepeatTime(times), settings->setRepeatInterval(interval), settings->setPlayNowOrLater(nowOrLater);
         Global::sharedInstance().setCurrentPlaySettings(settings);
         ScriptManager::runScript();
-        EXPECT_TRUE(device.loop.runUntil([this] { return finishes.load() > 0; }, std::chrono::seconds(20)));
-        device.queues.join();
         return settings;
     }
-
+    // Waits until the finishing step has run.
+    void finish() {
+        EXPECT_TRUE(device.loop.runUntil([this] { return finishes.load() > 0; }, std::chrono::seconds(20)));
+        device.queues.join();
+    }
     // The passes a script that logs "pass" made.
-    long passes() const { return std::ranges::count_if(device.logLines(), [](auto& line) { return line.ends_with(" pass"); }); }
+    long passes() const { return std::ranges::count_if(device.logLines(), [](auto& l) { return l.ends_with(" pass"); }); }
 
     RuntimeDevice device;
     std::mutex mutex;
@@ -64,50 +56,73 @@ struct Runner {
 
 }  // namespace
 
-TEST(ScriptManager, PlaysAsOftenAsAskedWithTheIntervalOnlyBetweenPasses) {
-    struct Case {
-        long repeatTime;
-        long repeatInterval;
+// A count of 0 or less plays until stopped (here at the end of the fourth pass). Only a run started
+// at once with the option on shows the finished alert; a script ready to play stays chosen.
+TEST(ScriptManager, PlaysAsOftenAsAskedWithTheIntervalOnlyBetweenPassesAndEndsAsChosen) {
+    const Sleeps endless = {500000, 16000, 1000000, 16000, 1000000, 16000, 1000000, 16000, 500000};
+    const struct {
+        long times, interval, passes;
         Sleeps sleeps;
+        int nowOrLater;
+        bool ready, finishedOption, alertShown;
+    } cases[] = {
+        {1, 5, 1, {500000, 16000, 500000}, 0, false, true, true},
+        {3, 2, 3, {500000, 16000, 2000000, 16000, 2000000, 16000, 500000}, 0, false, false, false},
+        {2, 0, 2, {500000, 16000, 16000, 500000}, 1, true, true, false},
+        {2, -3, 2, {500000, 16000, 16000, 500000}, 1, false, true, false},
+        {2, 5000, 2, {500000, 16000, 4000000000u, 1000000000u, 16000, 500000}, 0, true, true, true},
+        {0, 1, 4, endless, 0, false, true, true},
+        {-1, 1, 4, endless, 0, false, true, true},
     };
-    const Case cases[] = {
-        {1, 5, {500000, 16000, 500000}},
-        {3, 2, {500000, 16000, 2000000, 16000, 2000000, 16000, 500000}},
-        {2, 0, {500000, 16000, 16000, 500000}},
-        {2, -3, {500000, 16000, 16000, 500000}},
-        {2, 5000, {500000, 16000, 4000000000u, 1000000000u, 16000, 500000}},
-    };
-    for (const Case& test : cases) {
-        SCOPED_TRACE(::testing::Message() << test.repeatTime << " times, " << test.repeatInterval << " s apart");
+    for (const auto& test : cases) {
+        SCOPED_TRACE(::testing::Message() << test.times << " times, " << test.interval << " s apart, later "
+                                          << test.nowOrLater << " ready " << test.ready);
         Runner runner;
-        runner.play("log('pass')", test.repeatTime, test.repeatInterval);
-        EXPECT_EQ(runner.passes(), test.repeatTime);
+        std::atomic<int> ends{0};
+        runner.device.clock.onSleep = [&](std::uint32_t us) {
+            if (us == 16000 && ++ends == 4) ScriptManager::stopPlaying();
+        };
+        runner.device.options(true, true, test.finishedOption);
+        Global::sharedInstance().setIsReadyToPlay(test.ready);
+        auto settings = runner.start("log('pass')", test.times, test.interval, 0, test.nowOrLater);
+        runner.finish();
+        EXPECT_EQ(runner.passes(), test.passes);
         EXPECT_EQ(runner.device.clock.sleeps(), test.sleeps);
-        std::vector<std::uint64_t> expected(test.repeatTime);
+        std::vector<std::uint64_t> expected(test.passes);
         std::iota(expected.begin(), expected.end(), 1);
         EXPECT_EQ(runner.announced, expected);
+        EXPECT_EQ(runner.device.alerts.shown().size(), test.alertShown ? 1u : 0u);
+        EXPECT_EQ(Global::sharedInstance().currentPlaySettings(), test.ready ? settings : nullptr);
+        EXPECT_EQ(runner.device.feedback.vibrations, 2);
     }
 }
 
-TEST(ScriptManager, TheFinishingStepRunsOnTheMainThreadAndClearsTheRun) {
+// The stop ends even a script that never pauses; the finishing step then runs on the main thread.
+TEST(ScriptManager, StopEndsABusyScriptAndTheFinishingStepClearsTheRunOnTheMainThread) {
     Runner runner;
+    std::promise<void> started;
     std::weak_ptr<LuaBridge> bridgeDuringRun;
-    std::atomic<bool> playingDuringRun{false};
-    runner.device.clock.onSleep = [&](std::uint32_t microseconds) {
-        if (microseconds != 16000) return;
+    std::atomic<bool> playingDuringRun{false}, once{false};
+    runner.device.clock.onSleep = [&](std::uint32_t us) {
+        if (us != 0 || once.exchange(true)) return;
         bridgeDuringRun = Global::sharedInstance().luaBridge();
         playingDuringRun = Global::sharedInstance().isPlaying();
+        started.set_value();
     };
-    runner.play("touchDown(1, 5, 6)", 1, 1);
+    runner.start("usleep(0) while true do local t = {} end", 0, 1, 1);
+    ASSERT_EQ(started.get_future().wait_for(std::chrono::seconds(10)), std::future_status::ready);
+    ScriptManager::stopPlaying();
+    EXPECT_FALSE(Global::sharedInstance().isPlaying());
+    runner.finish();
 
     EXPECT_TRUE(playingDuringRun);
     EXPECT_TRUE(bridgeDuringRun.expired()) << "the interpreter outlived its run";
     EXPECT_EQ(runner.finishedOn, std::this_thread::get_id());
     EXPECT_EQ(runner.finishes, 1);
     Global& global = Global::sharedInstance();
-    EXPECT_FALSE(global.isPlaying());
-    EXPECT_FALSE(global.luaBridge());
-    EXPECT_FALSE(global.currentPlaySettings());
+    EXPECT_FALSE(global.isPlaying() || global.luaBridge() || global.currentPlaySettings());
+    EXPECT_EQ(runner.device.log(), "");
+    EXPECT_EQ(runner.device.clock.sleeps(), (Sleeps{500000, 0, 16000, 500000}));
     EXPECT_EQ(runner.device.feedback.vibrations, 2);
     EXPECT_EQ(runner.device.feedback.idleTimerCalls, (std::vector<bool>{true, false}));
     auto alerts = runner.device.alerts.shown();
@@ -117,79 +132,13 @@ TEST(ScriptManager, TheFinishingStepRunsOnTheMainThreadAndClearsTheRun) {
     EXPECT_FALSE(alerts[0].didDismissWithButtonIndex);
 }
 
-TEST(ScriptManager, ZeroOrANegativeCountPlaysUntilStopped) {
-    for (long repeatTime : {0L, -1L, -1000L}) {
-        SCOPED_TRACE(repeatTime);
-        Runner runner;
-        std::atomic<int> ends{0};
-        runner.device.clock.onSleep = [&](std::uint32_t microseconds) {
-            if (microseconds == 16000 && ++ends == 4) ScriptManager::stopPlaying();
-        };
-        runner.play("log('pass')", repeatTime, 1);
-        EXPECT_EQ(runner.passes(), 4);
-        EXPECT_EQ(runner.device.clock.count(1000000), 3u);
-        EXPECT_EQ(runner.device.alerts.shown().size(), 1u);
-    }
-}
-
 TEST(ScriptManager, EncryptedScriptsPlayTheirTextAndAnErrorEndsOnlyThatPass) {
     Runner runner;
     runner.device.options(true, false);
-    runner.play("count = (count or 0) + 1 log('pass') error('pass ' .. count .. ' failed')", 2, 0, 1);
+    runner.start("count = (count or 0) + 1 log('pass') error('pass ' .. count .. ' failed')", 2, 0, 1);
+    runner.finish();
     auto log = runner.device.logLines();
     ASSERT_EQ(log.size(), 4u);
     EXPECT_TRUE(log[1].ends_with("pass 1 failed"));
     EXPECT_TRUE(log[3].ends_with("pass 2 failed")) << "one interpreter serves every pass of a run";
-}
-
-TEST(ScriptManager, OnlyARunStartedAtOnceWithTheOptionOnShowsTheFinishedAlert) {
-    struct Case {
-        int nowOrLater;
-        bool readyToPlay;
-        bool finishedAlertOption;
-        bool alertShown;
-        bool settingsKept;
-    };
-    const Case cases[] = {
-        {0, false, true, true, false},
-        {0, false, false, false, false},
-        {1, true, true, false, true},
-        {1, false, true, false, false},
-        {0, true, true, true, true},
-    };
-    for (const Case& test : cases) {
-        SCOPED_TRACE(::testing::Message() << "later " << test.nowOrLater << " ready " << test.readyToPlay
-                                        << " option " << test.finishedAlertOption);
-        Runner runner;
-        runner.device.options(true, true, test.finishedAlertOption);
-        Global::sharedInstance().setIsReadyToPlay(test.readyToPlay);
-        auto settings = runner.play("x = 1", 1, 1, 0, test.nowOrLater);
-        EXPECT_EQ(runner.device.alerts.shown().size(), test.alertShown ? 1u : 0u);
-        EXPECT_EQ(Global::sharedInstance().currentPlaySettings(), test.settingsKept ? settings : nullptr);
-        EXPECT_EQ(runner.device.feedback.vibrations, 2);
-    }
-}
-
-TEST(ScriptManager, StopEndsABusyScriptAndTheRun) {
-    Runner runner;
-    std::promise<void> started;
-    std::atomic<bool> once{false};
-    runner.device.clock.onSleep = [&](std::uint32_t microseconds) {
-        if (microseconds == 0 && !once.exchange(true)) started.set_value();
-    };
-    auto settings = std::make_shared<PlaySettings>();
-    settings->setScriptContent("usleep(0) while true do local t = {} end");
-    settings->setPlayType(1);
-    settings->setRepeatTime(0);
-    Global::sharedInstance().setCurrentPlaySettings(settings);
-    ScriptManager::runScript();
-    ASSERT_EQ(started.get_future().wait_for(std::chrono::seconds(10)), std::future_status::ready);
-    ScriptManager::stopPlaying();
-    EXPECT_FALSE(Global::sharedInstance().isPlaying());
-    ASSERT_TRUE(runner.device.loop.runUntil([&] { return runner.finishes.load() > 0; }, std::chrono::seconds(20)));
-    EXPECT_EQ(runner.device.log(), "");
-    auto alerts = runner.device.alerts.shown();
-    ASSERT_EQ(alerts.size(), 1u);
-    EXPECT_EQ(alerts[0].message, "Playing Finished!");
-    EXPECT_EQ(runner.device.clock.sleeps(), (Sleeps{500000, 0, 16000, 500000}));
 }
