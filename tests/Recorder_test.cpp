@@ -1,9 +1,6 @@
 #include <gtest/gtest.h>
 
 #include <cstdlib>
-#include <filesystem>
-#include <fstream>
-#include <sstream>
 
 #include "RuntimeFakes.h"
 #include "Kernel/Recorder.h"
@@ -15,23 +12,11 @@ using namespace tactora::testing;
 namespace {
 
 HIDEvent fingers(std::uint64_t timestamp, std::vector<HIDDigitizerChild> children) {
-    HIDEvent event;
-    event.type = kIOHIDEventTypeDigitizer;
-    event.timestamp = timestamp;
-    event.children = std::move(children);
-    return event;
+    return {kIOHIDEventTypeDigitizer, timestamp, 0, 0, 0, std::move(children)};
 }
-
 HIDEvent key(std::uint64_t timestamp, std::uint32_t page, std::uint32_t usage, std::int64_t down) {
-    HIDEvent event;
-    event.type = kIOHIDEventTypeKeyboard;
-    event.timestamp = timestamp;
-    event.usagePage = page;
-    event.usage = usage;
-    event.down = down;
-    return event;
+    return {kIOHIDEventTypeKeyboard, timestamp, page, usage, down, {}};
 }
-
 constexpr std::uint32_t touchChanged = kIOHIDDigitizerEventRange | kIOHIDDigitizerEventTouch;
 constexpr std::uint32_t moved = kIOHIDDigitizerEventPosition;
 
@@ -112,16 +97,12 @@ TEST(Recorder, AFingerFarOffTheScreenStillWritesCompleteLines) {
     // 1e300 of a 320-point screen prints as over 300 digits; the line must not be cut short.
     const std::string lines =
         recordedLines(fingers(0, {{3, 1, touchChanged, 1e300, -1e300}, {4, 1, moved, 0.5, 0.5}}), 320, 568);
-    const std::string start = "\ntouchDown(3, ";
-    const std::string move = "touchMove(4, 160.0, 284.0);\n";
-    ASSERT_EQ(lines.rfind(start, 0), 0u) << lines;
-    ASSERT_GT(lines.size(), 600u);
-    ASSERT_EQ(lines.substr(lines.size() - move.size()), move);
-    const std::string down = lines.substr(start.size(), lines.size() - move.size() - start.size());
-    ASSERT_EQ(down.substr(down.size() - 3), ");\n");
-    const std::size_t comma = down.find(", ");
-    ASSERT_NE(comma, std::string::npos);
-    // Every digit is there: the numbers read back as the products exactly.
-    EXPECT_EQ(std::strtod(down.substr(0, comma).c_str(), nullptr), 1e300 * 320.0);
-    EXPECT_EQ(std::strtod(down.substr(comma + 2).c_str(), nullptr), -1e300 * 568.0);
+    // Every digit is there: the numbers read back as the products exactly, and the line ends whole.
+    const std::string down = "\ntouchDown(3, ", move = "touchMove(4, 160.0, 284.0);\n";
+    ASSERT_TRUE(lines.starts_with(down) && lines.ends_with(");\n" + move)) << lines;
+    char* end = nullptr;
+    EXPECT_EQ(std::strtod(lines.c_str() + down.size(), &end), 1e300 * 320.0);
+    ASSERT_EQ(std::string(end, 2), ", ");
+    EXPECT_EQ(std::strtod(end + 2, &end), -1e300 * 568.0);
+    EXPECT_EQ(std::string(end), ");\n" + move);
 }

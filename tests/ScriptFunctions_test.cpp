@@ -46,19 +46,6 @@ void setSpeed(std::optional<float> speed) {
 
 }  // namespace
 
-TEST(ScriptFunctions, TheFirstLogLineCreatesTheFileAndLaterOnesAreAppended) {
-    RuntimeDevice device;
-    ScriptRun run(device);
-    ASSERT_FALSE(std::filesystem::exists(device.logFile()));
-    run("log('first') logging('second')");
-    device.clock.now = FakeClock(2026, 12, 31, 23, 59, 58).now;
-    run("log('third line, with ünïcode')");
-    EXPECT_EQ(device.log(),
-              "03-07 09:05:03 first\n"
-              "03-07 09:05:03 second\n"
-              "12-31 23:59:58 third line, with ünïcode\n");
-}
-
 TEST(ScriptFunctions, SleepsScaleLinearlyWithThePlaySpeedInSinglePrecision) {
     struct Case {
         std::optional<float> speed;  // none: no settings
@@ -112,46 +99,39 @@ TEST(ScriptFunctions, UsleepFlushesTheTouchesBeforeItsPauseEvenForZero) {
 namespace {
 
 // A frame of `width` x `height` white pixels with the given pixels set to other colours.
-std::shared_ptr<host::Frame> screenFrame(std::uint32_t width, std::uint32_t height,
-                                         const std::vector<std::tuple<int, int, std::uint32_t>>& pixels) {
-    auto frame = std::make_shared<host::Frame>();
-    frame->width = width;
-    frame->height = height;
-    frame->rgba.assign(static_cast<size_t>(width) * height * 4, 0xFF);
-    for (auto [x, y, colour] : pixels) {
-        std::uint8_t* p = frame->rgba.data() + (static_cast<size_t>(y) * width + x) * 4;
-        p[0] = static_cast<std::uint8_t>(colour >> 16);
-        p[1] = static_cast<std::uint8_t>(colour >> 8);
-        p[2] = static_cast<std::uint8_t>(colour);
-    }
+host::Frame screenFrame(std::uint32_t width, std::uint32_t height, const std::vector<std::tuple<int, int, std::uint32_t>>& pixels) {
+    host::Frame frame{std::vector<std::uint8_t>(std::size_t(width) * height * 4, 0xFF), width, height};
+    for (auto [x, y, colour] : pixels)
+        for (int i = 0; i < 3; ++i) frame.rgba[(std::size_t(y) * width + x) * 4 + i] = std::uint8_t(colour >> (16 - 8 * i));
     return frame;
 }
 
 void writePng(const std::filesystem::path& path, const host::Frame& frame) {
     auto png = host::PngCodec().encodePng(frame.rgba.data(), frame.width, frame.height, frame.width * 4);
-    writeFile(path, png ? std::string(png->begin(), png->end()) : "");
+    writeFile(path, std::string(png->begin(), png->end()));
 }
 
 }  // namespace
 
 // The screen functions answer in points, as integers or as tables of {x, y}, and findImage passes
 // every option of its table on.
-TEST(ScriptFunctions, ScreenResultsReachScriptsAsIntegersAndPointTables) {
+TEST(ScriptFunctions, ScreenResultsReachScriptsAsIntegersAndPointTablesInLogLines) {
     RuntimeDevice device;
+    ASSERT_FALSE(std::filesystem::exists(device.logFile()));  // the first line creates it
     // 10 x 8 points at 2x: two red pixels, and a 2 x 2 pattern at pixel (6, 4).
     const std::uint32_t red = 0xFF0000, green = 0x00FF00, blue = 0x0000FF, grey = 0x808080;
     host::SimulatedDisplay display(*host::findDeviceProfile("10x8@2"));
-    auto screen = screenFrame(20, 16, {{4, 2, red}, {10, 12, red}, {6, 4, green}, {7, 4, blue},
-                                       {6, 5, blue}, {7, 5, green}});
+    auto screen = std::make_shared<host::Frame>(
+        screenFrame(20, 16, {{4, 2, red}, {10, 12, red}, {6, 4, green}, {7, 4, blue}, {6, 5, blue}, {7, 5, green}}));
     display.setFrameSource([screen] { return screen; });
     host::PngCodec codec;
     platform().display = &display;
     platform().imageCodec = &codec;
     reset_screen_scale_factor();
     auto scripts = device.map("/var/mobile/Library/Tactora/Scripts");
-    writePng(scripts / "pattern.png", *screenFrame(2, 2, {{0, 0, green}, {1, 0, blue}, {0, 1, blue}, {1, 1, green}}));
+    writePng(scripts / "pattern.png", screenFrame(2, 2, {{0, 0, green}, {1, 0, blue}, {0, 1, blue}, {1, 1, green}}));
     // The same pattern with one grey pixel: found only when grey is ignored or fuzzy allows it.
-    writePng(scripts / "smudged.png", *screenFrame(2, 2, {{0, 0, green}, {1, 0, blue}, {0, 1, blue}, {1, 1, grey}}));
+    writePng(scripts / "smudged.png", screenFrame(2, 2, {{0, 0, green}, {1, 0, blue}, {0, 1, blue}, {1, 1, grey}}));
 
     ScriptRun run(device);
     run(R"(
@@ -173,10 +153,12 @@ TEST(ScriptFunctions, ScreenResultsReachScriptsAsIntegersAndPointTables) {
         log(show(findImage({ imagePath = dir .. "smudged.png", fuzzy = 0.75 })))
         log(show(findImage({ imagePath = dir .. "missing.png" })))
     )");
+    device.clock.now = FakeClock(2026, 12, 31, 23, 59, 58).now;
+    run("logging('later lines, with ünïcode, are appended')");
     std::string expected;
     for (const char* line : {"10x8 20x16 32", "16711680 16777215 -1", "[2,1#2 5,6#2][2,1#2][]", "[3,2#2]", "[]",
                              "[3,2#2]", "[3,2#2]", "[3,2#2]", "[]"})
         expected += std::string("03-07 09:05:03 ") + line + "\n";
-    EXPECT_EQ(device.log(), expected);
+    EXPECT_EQ(device.log(), expected + "12-31 23:59:58 later lines, with ünïcode, are appended\n");
     reset_screen_scale_factor();
 }

@@ -17,12 +17,9 @@ namespace {
 using Bytes = std::vector<std::uint8_t>;
 
 Bytes touchRecord(std::int32_t phase, std::int32_t finger, double x, double y) {
-    Bytes record(24);
-    std::memcpy(record.data(), &phase, 4);
-    std::memcpy(record.data() + 4, &finger, 4);
-    std::memcpy(record.data() + 8, &x, 8);
-    std::memcpy(record.data() + 16, &y, 8);
-    return record;
+    const struct { std::int32_t phase, finger; double x, y; } record{phase, finger, x, y};
+    static_assert(sizeof record == 24);
+    return Bytes(reinterpret_cast<const std::uint8_t*>(&record), reinterpret_cast<const std::uint8_t*>(&record + 1));
 }
 
 Bytes keyRecord(std::int32_t usage, std::int32_t usagePage, std::uint8_t down) {
@@ -63,63 +60,52 @@ TEST_F(ReceiverTest, EachSyncSendsTheHeldFingersWithTheMasksOfTheirPhase) {
     sync();
     sync();  // nothing is held: nothing is sent
     ASSERT_EQ(hid.hands.size(), 5u);
-    struct Expected {
-        std::uint32_t index, fingerMask, handMask;
-        bool touching;
-        double x, y;
-    } expected[] = {{1, 3, 0x27, false, 0.5, 0.5}, {4, 3, 0x23, true, 0.1, 0.1}, {4, 3, 0x23, true, 0.1, 0.1},
-                    {4, 4, 4, true, 0.2, 0.2},    {4, 3, 0x27, false, 0.2, 0.2}};
+    // Finger index, finger mask, hand mask, touching (hand and finger), x and y.
+    const std::tuple<std::uint32_t, std::uint32_t, std::uint32_t, bool, double, double> expected[] = {
+        {1, 3, 0x27, false, 0.5, 0.5}, {4, 3, 0x23, true, 0.1, 0.1}, {4, 3, 0x23, true, 0.1, 0.1},
+        {4, 4, 4, true, 0.2, 0.2},     {4, 3, 0x27, false, 0.2, 0.2}};
     for (std::size_t i = 0; i < 5; ++i) {
-        SCOPED_TRACE(i);
         const HandEventDescription& hand = hid.hands[i];
         ASSERT_EQ(hand.fingers.size(), 1u);
-        EXPECT_EQ(hand.fingers[0].index, expected[i].index);
-        EXPECT_EQ(hand.fingers[0].eventMask, expected[i].fingerMask);
-        EXPECT_EQ(hand.eventMask, expected[i].handMask);
-        EXPECT_EQ(hand.touch, expected[i].touching);
-        EXPECT_EQ(hand.fingers[0].touch, expected[i].touching);
-        EXPECT_DOUBLE_EQ(hand.fingers[0].x, expected[i].x);
-        EXPECT_DOUBLE_EQ(hand.fingers[0].y, expected[i].y);
+        const FingerEventDescription& f = hand.fingers[0];
+        const auto& [index, fingerMask, handMask, touching, x, y] = expected[i];
+        EXPECT_EQ(std::tie(f.index, f.eventMask, hand.eventMask, hand.touch, f.touch),
+                  std::tie(index, fingerMask, handMask, touching, touching)) << i;
+        EXPECT_DOUBLE_EQ(f.x, x) << i;
+        EXPECT_DOUBLE_EQ(f.y, y) << i;
     }
     const HandEventDescription& first = hid.hands[0];
-    EXPECT_EQ(first.fingers[0].identity, 2u);
-    EXPECT_EQ(std::make_tuple(first.transducerType, first.index, first.identity, first.senderID, first.timestamp),
-              std::make_tuple(3u, 0u, 1u, std::uint64_t{0x100000236u}, std::uint64_t{1001u}));
-    EXPECT_TRUE(first.displayIntegrated && first.builtIn);
+    EXPECT_EQ(std::make_tuple(first.fingers[0].identity, first.transducerType, first.index, first.identity, first.senderID,
+                              first.timestamp, first.displayIntegrated && first.builtIn),
+              std::make_tuple(2u, 3u, 0u, 1u, std::uint64_t{0x100000236u}, std::uint64_t{1001u}, true));
     EXPECT_EQ(hid.userEvents, 5);
 }
 
-TEST_F(ReceiverTest, FingersOfOneSyncShareAHandEventAtTheirMean) {
-    down(1, 0, 0);
-    down(2, 160, 568);
-    move(3, 320, 1136);
-    sync();
-    ASSERT_EQ(hid.hands.size(), 1u);
-    const HandEventDescription& hand = hid.hands[0];
-    ASSERT_EQ(hand.fingers.size(), 3u);
-    EXPECT_DOUBLE_EQ(hand.x, (0.0 + 0.5 + 1.0) / 3);
-    EXPECT_DOUBLE_EQ(hand.y, (0.0 + 1.0 + 2.0) / 3);
-    EXPECT_EQ(hand.eventMask, 0x27u) << "down fingers bring range, touch and identity; a moving one position";
-    EXPECT_TRUE(hand.range && hand.touch);
-    EXPECT_EQ(hand.fingers[2].eventMask, 4u);
-    EXPECT_TRUE(hand.fingers[2].touch) << "a moving finger is in contact";
-}
-
-TEST_F(ReceiverTest, AnyFingerNumberIsKeyedByItsDecimalTextAndSentInAscendingOrder) {
-    for (std::int32_t finger : {10, -7, 2, INT_MAX, INT_MIN, 0}) down(finger, 0, 0);
+// Fingers are keyed by their decimal text and sent in ascending order, at their mean.
+TEST_F(ReceiverTest, FingersOfOneSyncShareAHandEventAtTheirMeanInAscendingOrder) {
+    for (std::int32_t finger : {10, -7, 2, INT_MAX, INT_MIN}) down(finger, 0, 0);
+    down(0, 320, 568);
+    move(3, 320, 1136);  // never down
     EXPECT_EQ(injector.pendingTouches().count("-2147483648"), 1u);
     sync();
     ASSERT_EQ(hid.hands.size(), 1u);
+    const HandEventDescription& hand = hid.hands[0];
     std::vector<std::uint32_t> indices;
-    for (const auto& finger : hid.hands[0].fingers) indices.push_back(finger.index);
-    EXPECT_EQ(indices, (std::vector<std::uint32_t>{0x80000000u, 0xFFFFFFF9u, 0, 2, 10, 0x7FFFFFFFu}));
+    for (const auto& finger : hand.fingers) indices.push_back(finger.index);
+    EXPECT_EQ(indices, (std::vector<std::uint32_t>{0x80000000u, 0xFFFFFFF9u, 0, 2, 3, 10, 0x7FFFFFFFu}));
+    EXPECT_DOUBLE_EQ(hand.x, 2.0 / 7);
+    EXPECT_DOUBLE_EQ(hand.y, 3.0 / 7);
+    EXPECT_EQ(hand.eventMask, 0x27u) << "down fingers bring range, touch and identity; a moving one position";
+    EXPECT_TRUE(hand.range && hand.touch);
+    EXPECT_EQ(hand.fingers[4].eventMask, 4u);
+    EXPECT_TRUE(hand.fingers[4].touch) << "a moving finger is in contact";
 
     // "-7" and "7" are different fingers: lifting 7 lifts a finger that was never down.
     up(7, 0, 0);
     up(-7, 0, 0);
     sync();
-    EXPECT_EQ(hid.hands[1].fingers.size(), 7u);
-    EXPECT_EQ(injector.pendingTouches().size(), 5u);
+    EXPECT_EQ(hid.hands[1].fingers.size(), 8u);
+    EXPECT_EQ(injector.pendingTouches().size(), 6u);
     EXPECT_EQ(injector.pendingTouches().count("-7"), 0u);
 }
 
