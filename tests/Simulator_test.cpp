@@ -69,18 +69,14 @@ TEST(SceneFile, ReadsScreensTapsAndAppsAndTapsActOnlyDownAndUpInsideTheRegion) {
     SceneState state(*scene);
     std::vector<std::string> shown;
     state.setOnChange([&](const std::string& name) { shown.push_back(name); });
-    state.fingerDown(1, 20, 20);
-    state.fingerUp(1, 200, 200);  // slid off the icon: no tap
-    state.fingerDown(1, 200, 200);
-    state.fingerUp(1, 20, 20);  // slid onto it: no tap either
-    state.fingerUp(2, 20, 20);  // an up without a down
+    state.fingerDown(1, 20, 20), state.fingerUp(1, 200, 200);  // slid off the icon: no tap
+    state.fingerDown(1, 200, 200), state.fingerUp(1, 20, 20);  // slid onto it: no tap either
+    state.fingerUp(2, 20, 20);                                  // an up without a down
     EXPECT_EQ(state.currentScreen(), "home");
     EXPECT_TRUE(shown.empty());
 
     const auto before = state.version();
-    state.fingerDown(1, 20, 20);
-    state.fingerDown(2, 30, 30);
-    state.fingerUp(1, 25, 25);
+    state.fingerDown(1, 20, 20), state.fingerDown(2, 30, 30), state.fingerUp(1, 25, 25);
     EXPECT_EQ(state.currentImage(), (files.path() / "b.png").string());
     EXPECT_EQ(state.version(), before + 1);
     state.fingerUp(2, 5, 110);  // finger 2 went down on the home screen: nothing on the shop's region
@@ -93,9 +89,7 @@ TEST(SceneFile, ReadsScreensTapsAndAppsAndTapsActOnlyDownAndUpInsideTheRegion) {
     EXPECT_FALSE(apps.isForeground(""));
     apps.launch("com.unknown");
     EXPECT_EQ(state.currentScreen(), "home");
-    apps.launch("com.example.shop");
-    state.fingerDown(1, 100, 120);
-    state.fingerUp(1, 100, 120);
+    apps.launch("com.example.shop"), state.fingerDown(1, 100, 120), state.fingerUp(1, 100, 120);
     EXPECT_EQ(state.currentScreen(), "cart");
     EXPECT_TRUE(apps.isForeground("com.example.shop"));  // the cart belongs to the shop too
     apps.launch("com.example.shop");                       // already in front: stays where it is
@@ -104,8 +98,7 @@ TEST(SceneFile, ReadsScreensTapsAndAppsAndTapsActOnlyDownAndUpInsideTheRegion) {
     apps.terminate("com.example.shop");
     EXPECT_EQ(state.currentScreen(), "home");
     EXPECT_FALSE(apps.isForeground("com.example.shop"));
-    apps.launch("com.example.shop");
-    state.home();
+    apps.launch("com.example.shop"), state.home();
     EXPECT_EQ(state.currentScreen(), "home");
     EXPECT_FALSE(state.show("nowhere"));
 }
@@ -235,7 +228,8 @@ struct Phone {
     std::unique_ptr<Simulator> simulator;
     std::thread loopThread;
 
-    explicit Phone(const std::string& device = "iphone-se") : host(HostOptions{.root = dir.string(), .device = device}) {
+    explicit Phone(const std::string& device = "iphone-se")
+        : host([&] { HostOptions options; options.root = dir.string(), options.device = device; return options; }()) {
         tactora::reset_screen_scale_factor();
         writePixel(dir / "home.png", 10);
         writePixel(dir / "app.png", 200);

@@ -48,17 +48,10 @@ protected:
 }  // namespace
 
 TEST_F(ReceiverTest, EachSyncSendsTheHeldFingersWithTheMasksOfTheirPhase) {
-    down(1, 100, 200);
-    up(1, 160, 284);  // down then up before a sync: only the up is sent
-    sync();
-    down(4, 32, 56.8);
-    sync();
-    sync();
-    move(4, 64, 113.6);
-    sync();
-    up(4, 64, 113.6);
-    sync();
-    sync();  // nothing is held: nothing is sent
+    down(1, 100, 200), up(1, 160, 284), sync();  // down then up before a sync: only the up is sent
+    down(4, 32, 56.8), sync(), sync();           // a held finger goes out again at every sync
+    move(4, 64, 113.6), sync();
+    up(4, 64, 113.6), sync(), sync();  // nothing is held after the up: nothing more is sent
     ASSERT_EQ(hid.hands.size(), 5u);
     // Finger index, finger mask, hand mask, touching (hand and finger), x and y.
     const std::tuple<std::uint32_t, std::uint32_t, std::uint32_t, bool, double, double> expected[] = {
@@ -101,9 +94,7 @@ TEST_F(ReceiverTest, FingersOfOneSyncShareAHandEventAtTheirMeanInAscendingOrder)
     EXPECT_TRUE(hand.fingers[4].touch) << "a moving finger is in contact";
 
     // "-7" and "7" are different fingers: lifting 7 lifts a finger that was never down.
-    up(7, 0, 0);
-    up(-7, 0, 0);
-    sync();
+    up(7, 0, 0), up(-7, 0, 0), sync();
     EXPECT_EQ(hid.hands[1].fingers.size(), 8u);
     EXPECT_EQ(injector.pendingTouches().size(), 6u);
     EXPECT_EQ(injector.pendingTouches().count("-7"), 0u);
@@ -115,22 +106,16 @@ TEST_F(ReceiverTest, KeysGoOutAtOnceAndMessagesOfTheWrongLengthOrIdAreIgnored) {
         Bytes longer = record, shorter = record;
         longer.push_back(0);
         shorter.pop_back();
-        for (std::int32_t id : {2, 3}) {
-            send(id, longer);
-            send(id, shorter);
-        }
+        for (std::int32_t id : {2, 3}) send(id, longer), send(id, shorter);
     }
-    send(2, {});
-    send(3, touch);
-    send(2, key);
+    send(2, {}), send(3, touch), send(2, key);
     for (std::int32_t id : {0, 4, -2, 99}) send(id, touch);
     sync();
     EXPECT_TRUE(injector.pendingTouches().empty());
     EXPECT_TRUE(hid.hands.empty());
     EXPECT_TRUE(hid.keys.empty());
 
-    send(3, keyRecord(0x10040, 0x7000C, 1));  // the low 16 bits of the usage count
-    send(3, keyRecord(64, 12, 0));
+    send(3, keyRecord(0x10040, 0x7000C, 1)), send(3, keyRecord(64, 12, 0));  // the low 16 bits of the usage count
     ASSERT_EQ(hid.keys.size(), 2u);
     EXPECT_EQ(std::make_tuple(hid.keys[0].usage, hid.keys[0].usagePage, hid.keys[0].down, hid.keys[1].down),
               std::make_tuple(64, 12, true, false));
@@ -158,8 +143,7 @@ TEST(ReceiverDisplay, PointsBecomeFractionsOfThePortraitDisplayTimesTheScreenFac
         hid.screen = c.display;
         platform().hidDispatch = &hid;
         TouchInjector injector;
-        injector.messageCallBack(2, touchRecord(1, 1, 100, 200));
-        injector.messageCallBack(1, {});
+        injector.messageCallBack(2, touchRecord(1, 1, 100, 200)), injector.messageCallBack(1, {});
         hid.screen = {10, 10, true, 1.0f};  // asked once: later changes are not seen
         injector.messageCallBack(1, {});
         ASSERT_EQ(hid.hands.size(), 2u);
@@ -171,15 +155,12 @@ TEST(ReceiverDisplay, PointsBecomeFractionsOfThePortraitDisplayTimesTheScreenFac
 }
 
 TEST_F(ReceiverTest, ARealTouchDropsEverySyntheticFingerStillHeld) {
-    down(1, 10, 10);
-    down(2, 20, 20);
-    sync();
+    down(1, 10, 10), down(2, 20, 20), sync();
     std::thread([&] { injector.realDigitizerEventArrived(); }).join();  // the hook's own thread
     sync();
     EXPECT_EQ(hid.hands.size(), 1u);
     EXPECT_TRUE(injector.pendingTouches().empty());
-    down(3, 30, 30);
-    sync();
+    down(3, 30, 30), sync();
     ASSERT_EQ(hid.hands.size(), 2u);
     EXPECT_EQ(hid.hands[1].fingers.size(), 1u);
 
