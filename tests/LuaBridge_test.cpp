@@ -1,16 +1,23 @@
+// The bridge (a state per run, Extensions.lua, how failures are reported) and the functions it
+// gives scripts: the log, pauses at the play speed, and the screen's colours and searches.
 #include "Kernel/LuaBridge.h"
 
 #include <gtest/gtest.h>
 
-#include <future>
-#include <thread>
+#include <cstring>
+#include <limits>
+#include <tuple>
 
 extern "C" {
 #include <lauxlib.h>
 #include <lua.h>
 }
 
+#include "Kernel/CaptureScreen.h"
+#include "Kernel/ScriptFunctions.h"
 #include "RuntimeFakes.h"
+#include "host/PngCodec.h"
+#include "host/SimulatedDisplay.h"
 
 using namespace tactora;
 using namespace tactora::runtimetest;
@@ -121,4 +128,144 @@ TEST(LuaBridge, EveryKindOfFailureIsReportedAsTheOptionsSayButAnInterruptionIsNo
         bridge.runLuaString("after = 1");
         EXPECT_EQ(global(bridge, "after"), "1");
     }
+}
+
+namespace {
+
+// A bridge on `device` with an empty Extensions.lua, so that only the script writes to the log.
+struct ScriptRun {
+    explicit ScriptRun(RuntimeDevice& device) : device(device) {
+        writeFile(extensionsPath(device), "");
+    }
+    void operator()(const std::string& script) {
+        bridge.runLuaString(script);
+        device.loop.drain();
+    }
+    RuntimeDevice& device;
+    LuaBridge bridge;
+};
+
+void setSpeed(std::optional<float> speed) {
+    std::shared_ptr<PlaySettings> settings;
+    if (speed) (settings = std::make_shared<PlaySettings>())->setPlaySpeed(*speed);
+    Global::sharedInstance().setCurrentPlaySettings(settings);
+}
+
+}  // namespace
+
+TEST(ScriptFunctions, SleepsScaleLinearlyWithThePlaySpeedInSinglePrecision) {
+    struct Case {
+        std::optional<float> speed;  // none: no settings
+        unsigned requested;
+        std::uint32_t slept;
+    };
+    const std::uint32_t most = std::numeric_limits<std::uint32_t>::max();
+    const Case cases[] = {
+        {1.0f, 1000000, 1000000},
+        {std::nullopt, 250000, 250000},
+        {2.0f, 1000000, 0},
+        {1.5f, 1000000, 500000},
+        {0.5f, 1000000, 1500000},
+        {3.0f, 1000000, 0},
+        {-1.0f, 1000, 3000},
+        {1.0f, 0, 0},
+        {1.9f, 3, 0},                  // 0.3 truncated
+        {1.0f, 16777217, 16777216},    // the count itself is narrowed to a float first
+        {0.5f, 4000000000u, most},     // 6e9 does not fit
+        {0.0f, 2147483648u, most},     // exactly 2^32
+    };
+    RuntimeDevice device;
+    for (const Case& test : cases) {
+        SCOPED_TRACE(::testing::Message() << test.requested << " at " << test.speed.value_or(-99));
+        setSpeed(test.speed);
+        device.clock.clear();
+        customUsleep(test.requested);
+        EXPECT_EQ(device.clock.sleeps(), std::vector<std::uint32_t>{test.slept});
+    }
+}
+
+// The script's pauses at 1.5x, then the end-of-run sync and pause, which ignores the speed.
+TEST(ScriptFunctions, UsleepFlushesTheTouchesBeforeItsPauseEvenForZero) {
+    RuntimeDevice device;
+    ScriptRun run(device);
+    setSpeed(1.5f);
+    run("touchDown(3, 100, 200) usleep(0) touchUp(3, 100, 200) usleep(400000) usleep(4294967296 + 10)");
+    EXPECT_EQ(device.ports.ids(), (std::vector<std::int32_t>{SimulateMessageTouch, SimulateMessageSync,
+                                                              SimulateMessageTouch, SimulateMessageSync,
+                                                              SimulateMessageSync, SimulateMessageSync}));
+    EXPECT_EQ(device.clock.sleeps(), (std::vector<std::uint32_t>{0, 200000, 5, 16000}));
+    struct {
+        std::int32_t phase, finger;
+        double x, y;
+    } touch;
+    ASSERT_EQ(device.ports.messages()[0].data.size(), sizeof touch);
+    std::memcpy(&touch, device.ports.messages()[0].data.data(), sizeof touch);
+    EXPECT_EQ(std::tie(touch.phase, touch.finger, touch.x, touch.y), std::make_tuple(touchPhaseDown, 3, 100.0, 200.0));
+}
+
+namespace {
+
+// A frame of `width` x `height` white pixels with the given pixels set to other colours.
+host::Frame screenFrame(std::uint32_t width, std::uint32_t height, const std::vector<std::tuple<int, int, std::uint32_t>>& pixels) {
+    host::Frame frame{std::vector<std::uint8_t>(std::size_t(width) * height * 4, 0xFF), width, height};
+    for (auto [x, y, colour] : pixels)
+        for (int i = 0; i < 3; ++i) frame.rgba[(std::size_t(y) * width + x) * 4 + i] = std::uint8_t(colour >> (16 - 8 * i));
+    return frame;
+}
+
+void writePng(const std::filesystem::path& path, const host::Frame& frame) {
+    auto png = host::PngCodec().encodePng(frame.rgba.data(), frame.width, frame.height, frame.width * 4);
+    writeFile(path, std::string(png->begin(), png->end()));
+}
+
+}  // namespace
+
+// The screen functions answer in points, as integers or as tables of {x, y}, and findImage passes
+// every option of its table on.
+TEST(ScriptFunctions, ScreenResultsReachScriptsAsIntegersAndPointTablesInLogLines) {
+    RuntimeDevice device;
+    ASSERT_FALSE(std::filesystem::exists(device.logFile()));  // the first line creates it
+    // 10 x 8 points at 2x: two red pixels, and a 2 x 2 pattern at pixel (6, 4).
+    const std::uint32_t red = 0xFF0000, green = 0x00FF00, blue = 0x0000FF, grey = 0x808080;
+    host::SimulatedDisplay display(*host::findDeviceProfile("10x8@2"));
+    auto screen = std::make_shared<host::Frame>(
+        screenFrame(20, 16, {{4, 2, red}, {10, 12, red}, {6, 4, green}, {7, 4, blue}, {6, 5, blue}, {7, 5, green}}));
+    display.setFrameSource([screen] { return screen; });
+    host::PngCodec codec;
+    platform().display = &display;
+    platform().imageCodec = &codec;
+    reset_screen_scale_factor();
+    auto scripts = device.map("/var/mobile/Library/Tactora/Scripts");
+    writePng(scripts / "pattern.png", screenFrame(2, 2, {{0, 0, green}, {1, 0, blue}, {0, 1, blue}, {1, 1, green}}));
+    // The same pattern with one grey pixel: found only when grey is ignored or fuzzy allows it.
+    writePng(scripts / "smudged.png", screenFrame(2, 2, {{0, 0, green}, {1, 0, blue}, {0, 1, blue}, {1, 1, grey}}));
+
+    ScriptRun run(device);
+    run(R"(
+        local function show(points)
+            local parts = {}
+            for i, p in ipairs(points) do parts[i] = p[1] .. "," .. p[2] .. "#" .. #p end
+            return "[" .. table.concat(parts, " ") .. "]"
+        end
+        local w, h = getScreenSize()
+        local pw, ph = getScreenResolution()
+        log(w .. "x" .. h .. " " .. pw .. "x" .. ph .. " " .. getScreenBitDepth())
+        log(getColor(2, 1) .. " " .. getColor(0, 0) .. " " .. getColor(100, 100))
+        log(show(findColor(0xFF0000)) .. show(findColor(0xFF0000, 1)) .. show(findColor(0x123456)))
+        local dir = rootDir()
+        log(show(findImage({ imagePath = dir .. "pattern.png" })))
+        log(show(findImage({ imagePath = dir .. "smudged.png" })))
+        log(show(findImage({ imagePath = dir .. "smudged.png", ignoreColors = { 0x808080 } })))
+        log(show(findImage({ imagePath = dir .. "smudged.png", ignoreColors = { 0x111111, 0x808080 } })))
+        log(show(findImage({ imagePath = dir .. "smudged.png", fuzzy = 0.75 })))
+        log(show(findImage({ imagePath = dir .. "missing.png" })))
+    )");
+    device.clock.now = FakeClock(2026, 12, 31, 23, 59, 58).now;
+    run("logging('later lines, with ünïcode, are appended')");
+    std::string expected;
+    for (const char* line : {"10x8 20x16 32", "16711680 16777215 -1", "[2,1#2 5,6#2][2,1#2][]", "[3,2#2]", "[]",
+                             "[3,2#2]", "[3,2#2]", "[3,2#2]", "[]"})
+        expected += std::string("03-07 09:05:03 ") + line + "\n";
+    EXPECT_EQ(device.log(), expected + "12-31 23:59:58 later lines, with ünïcode, are appended\n");
+    reset_screen_scale_factor();
 }
