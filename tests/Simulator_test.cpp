@@ -12,6 +12,7 @@
 
 #include "FoundationFakes.h"
 #include "Kernel/CaptureScreen.h"
+#include "Kernel/ImageSearch.h"
 #include "Kernel/ScreenFunctions.h"
 #include "Platform/EventRegistry.h"
 #include "Platform/Platform.h"
@@ -136,45 +137,32 @@ TEST(DemoScene, TheTemplateTheButtonAndTheTapsAgreeWithThePictures) {
     ASSERT_TRUE(writeDemoScene(files.file("demo"), error)) << error;
     auto scene = loadScene(files.file("demo/scene.json"), error);
     ASSERT_TRUE(scene) << error;
-    struct Rgba {  // at() is 0xRRGGBB
-        tactora::PixelBufferPtr image;
-        int width, height;
-        explicit Rgba(const fs::path& path) {
-            const std::string bytes = tactora::testing::readFile(path);
-            image = PngCodec().decodePng(reinterpret_cast<const std::uint8_t*>(bytes.data()), bytes.size());
-            width = image ? int(image->width) : 0, height = image ? int(image->height) : 0;
-        }
-        std::uint32_t at(int x, int y) const {
-            const std::uint8_t* p = image->data + y * image->bytesPerRow + x * image->bytesPerPixel;
-            return std::uint32_t(p[0]) << 16 | p[1] << 8 | p[2];
-        }
+    auto picture = [&](const char* name) {
+        const std::string bytes = tactora::testing::readFile(files.path() / "demo" / name);
+        return PngCodec().decodePng(reinterpret_cast<const std::uint8_t*>(bytes.data()), bytes.size());
     };
-    const Rgba home(files.file("demo/home.png")), icon(files.file("demo/icon.png")), app(files.file("demo/app.png"));
-    ASSERT_EQ(std::pair(home.width, home.height), std::pair(640, 1136));
-    ASSERT_TRUE(icon.width > 0 && app.width > 0);
+    const auto home = picture("home.png"), icon = picture("icon.png"), app = picture("app.png");
+    ASSERT_TRUE(home && icon && app);
+    EXPECT_EQ(std::pair(home->width, home->height), std::pair(std::uint64_t{640}, std::uint64_t{1136}));
 
-    // The template occurs once on the home screen, inside the icon's tap region.
-    int found = 0, foundX = -1, foundY = -1;
-    for (int y = 0; y + icon.height <= home.height; ++y)
-        for (int x = 0; x + icon.width <= home.width; ++x) {
-            bool same = true;
-            for (int j = 0; j < icon.height && same; ++j)
-                for (int i = 0; i < icon.width && same; ++i) same = home.at(x + i, y + j) == icon.at(i, j);
-            if (same) ++found, foundX = x, foundY = y;
-        }
-    EXPECT_EQ(found, 1);
+    // The template occurs once on the home screen, exactly, inside the icon's tap region; the
+    // search answers in two-pixel points, as taps are given.
+    const std::int32_t noIgnore[] = {0};
+    tactora::MatchListPtr found(tactora::findImage(home.get(), icon.get(), 0, noIgnore, 0.0f));
+    ASSERT_TRUE(found && found->count == 1);
     const SceneTap& iconTap = scene->findScreen("home")->taps.at(0);
-    EXPECT_TRUE(iconTap.contains(foundX / 2.0, foundY / 2.0));
+    EXPECT_TRUE(iconTap.contains(found->points[0].x, found->points[0].y));
     EXPECT_EQ(iconTap.show, scene->findApp(appBundleId)->screen);
 
     // The button's colour is found only inside the button, whose tap region shows "done".
     bool seen = false;
-    for (int y = 0; y < app.height; ++y)
-        for (int x = 0; x < app.width; ++x)
-            if (app.at(x, y) == buttonColor) {
-                seen = true;
-                EXPECT_TRUE(scene->findScreen("app")->taps.at(0).contains(x / 2.0, y / 2.0)) << x << "," << y;
-            }
+    for (std::uint64_t y = 0; y < app->height; ++y)
+        for (std::uint64_t x = 0; x < app->width; ++x) {
+            const std::uint8_t* p = app->data + y * app->bytesPerRow + x * app->bytesPerPixel;
+            if ((std::uint32_t(p[0]) << 16 | p[1] << 8 | p[2]) != buttonColor) continue;
+            seen = true;
+            EXPECT_TRUE(scene->findScreen("app")->taps.at(0).contains(x / 2.0, y / 2.0)) << x << "," << y;
+        }
     ASSERT_TRUE(seen);
     EXPECT_EQ(scene->findScreen("app")->taps.at(0).show, "done");
     EXPECT_EQ(scene->findScreen("done")->app, appBundleId);
