@@ -132,19 +132,6 @@ TEST(LuaBridge, EveryKindOfFailureIsReportedAsTheOptionsSayButAnInterruptionIsNo
 
 namespace {
 
-// A bridge on `device` with an empty Extensions.lua, so that only the script writes to the log.
-struct ScriptRun {
-    explicit ScriptRun(RuntimeDevice& device) : device(device) {
-        writeFile(extensionsPath(device), "");
-    }
-    void operator()(const std::string& script) {
-        bridge.runLuaString(script);
-        device.loop.drain();
-    }
-    RuntimeDevice& device;
-    LuaBridge bridge;
-};
-
 void setSpeed(std::optional<float> speed) {
     std::shared_ptr<PlaySettings> settings;
     if (speed) (settings = std::make_shared<PlaySettings>())->setPlaySpeed(*speed);
@@ -187,9 +174,9 @@ TEST(ScriptFunctions, SleepsScaleLinearlyWithThePlaySpeedInSinglePrecision) {
 // The script's pauses at 1.5x, then the end-of-run sync and pause, which ignores the speed.
 TEST(ScriptFunctions, UsleepFlushesTheTouchesBeforeItsPauseEvenForZero) {
     RuntimeDevice device;
-    ScriptRun run(device);
+    writeFile(extensionsPath(device), "");
     setSpeed(1.5f);
-    run("touchDown(3, 100, 200) usleep(0) touchUp(3, 100, 200) usleep(400000) usleep(4294967296 + 10)");
+    LuaBridge().runLuaString("touchDown(3, 100, 200) usleep(0) touchUp(3, 100, 200) usleep(400000) usleep(4294967296 + 10)");
     EXPECT_EQ(device.ports.ids(), (std::vector<std::int32_t>{SimulateMessageTouch, SimulateMessageSync,
                                                               SimulateMessageTouch, SimulateMessageSync,
                                                               SimulateMessageSync, SimulateMessageSync}));
@@ -240,8 +227,9 @@ TEST(ScriptFunctions, ScreenResultsReachScriptsAsIntegersAndPointTablesInLogLine
     // The same pattern with one grey pixel: found only when grey is ignored or fuzzy allows it.
     writePng(scripts / "smudged.png", screenFrame(2, 2, {{0, 0, green}, {1, 0, blue}, {0, 1, blue}, {1, 1, grey}}));
 
-    ScriptRun run(device);
-    run(R"(
+    writeFile(extensionsPath(device), "");  // only the script writes to the log
+    LuaBridge bridge;
+    bridge.runLuaString(R"(
         local function show(points)
             local parts = {}
             for i, p in ipairs(points) do parts[i] = p[1] .. "," .. p[2] .. "#" .. #p end
@@ -261,7 +249,8 @@ TEST(ScriptFunctions, ScreenResultsReachScriptsAsIntegersAndPointTablesInLogLine
         log(show(findImage({ imagePath = dir .. "missing.png" })))
     )");
     device.clock.now = FakeClock(2026, 12, 31, 23, 59, 58).now;
-    run("logging('later lines, with ünïcode, are appended')");
+    bridge.runLuaString("logging('later lines, with ünïcode, are appended')");
+    device.loop.drain();
     std::string expected;
     for (const char* line : {"10x8 20x16 32", "16711680 16777215 -1", "[2,1#2 5,6#2][2,1#2][]", "[3,2#2]", "[]",
                              "[3,2#2]", "[3,2#2]", "[3,2#2]", "[]"})

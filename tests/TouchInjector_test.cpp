@@ -24,9 +24,7 @@ Bytes touchRecord(std::int32_t phase, std::int32_t finger, double x, double y) {
 
 Bytes keyRecord(std::int32_t usage, std::int32_t usagePage, std::uint8_t down) {
     Bytes record(12, 0xAA);  // the padding is never read
-    std::memcpy(record.data(), &usage, 4);
-    std::memcpy(record.data() + 4, &usagePage, 4);
-    record[8] = down;
+    std::memcpy(record.data(), &usage, 4), std::memcpy(record.data() + 4, &usagePage, 4), record[8] = down;
     return record;
 }
 
