@@ -32,12 +32,17 @@ constexpr std::uint32_t moved = kIOHIDDigitizerEventPosition;
 
 }  // namespace
 
-TEST(Recorder, WritesHeaderThenOneGroupPerEventWithThePauseInMicroseconds) {
+// The source's events reach the recording only while recording; a second start opens a new file,
+// keeps the client and begins again without a pause.
+TEST(Recorder, WritesOneGroupPerEventWithThePauseInMicrosecondsOnlyWhileRecording) {
     ControlDevice device;
+    EXPECT_FALSE(device.hidSource.deliver(key(1, 12, 64, 1)));
     startRecording();
     EXPECT_TRUE(Global::sharedInstance().isRecording());
     const auto path = device.scriptsDirectory() / "2014-05-01 13:45:10.lua";
     ASSERT_EQ(recordingFilePath(), path.string());
+    void* client = Global::sharedInstance().ioHIDEventSystem();
+    ASSERT_NE(client, nullptr);
 
     // The tick count passes 2^32 during the recording, so both halves of the timestamp count.
     const std::uint64_t t0 = (1ull << 32) - 50'000;
@@ -55,10 +60,21 @@ TEST(Recorder, WritesHeaderThenOneGroupPerEventWithThePauseInMicroseconds) {
     handle_events(fingers(t0 + 96'000, {{1, 0, touchChanged, 0.503125, 0.25}, {2, 0, touchChanged, 0.25, 0.5}}));
     handle_events(key(t0 + 96'036, 12, 64, 1));
     handle_events(key(t0 + 96'060, 12, 64, 0));
-    stopRecording();
 
+    device.clock.now.tm_sec = 11;
+    startRecording();
+    EXPECT_EQ(Global::sharedInstance().ioHIDEventSystem(), client);
+    // The pause crosses 1.5 x 2^32 ticks, where a high half read a bit off would jump.
+    const std::uint64_t t1 = (3ull << 31) - 1200;
+    EXPECT_TRUE(device.hidSource.deliver(key(t1, 12, 64, 1)));
+    EXPECT_TRUE(device.hidSource.deliver(key(t1 + 2400, 12, 64, 0)));
+    device.loop.drain();
+    stopRecording();
     EXPECT_FALSE(Global::sharedInstance().isRecording());
     EXPECT_FALSE(recordingFilePath());
+    EXPECT_EQ(Global::sharedInstance().ioHIDEventSystem(), nullptr);
+    EXPECT_FALSE(device.hidSource.deliver(key(t1 + 4800, 12, 64, 1)));
+
     EXPECT_EQ(readFile(path),
               "CREATETIME=\"2014-05-01 13:45:10\";\n"
               "SCREEN_RESOLUTION=\"320x568\";\n"
@@ -73,31 +89,6 @@ TEST(Recorder, WritesHeaderThenOneGroupPerEventWithThePauseInMicroseconds) {
               "homeButtonDown();\n"
               "usleep(1.00);\n"
               "homeButtonUp();\n");
-}
-
-TEST(Recorder, TakesEventsFromTheSourceOnlyWhileRecording) {
-    ControlDevice device;
-    // The pause crosses 1.5 x 2^32 ticks, where a high half read a bit off would jump.
-    const std::uint64_t t0 = (3ull << 31) - 1200;
-    EXPECT_FALSE(device.hidSource.deliver(key(t0, 12, 64, 1)));
-
-    startRecording();
-    void* client = Global::sharedInstance().ioHIDEventSystem();
-    ASSERT_NE(client, nullptr);
-    // A second start opens a new file but keeps the client.
-    device.clock.now.tm_sec = 11;
-    startRecording();
-    EXPECT_EQ(Global::sharedInstance().ioHIDEventSystem(), client);
-
-    EXPECT_TRUE(device.hidSource.deliver(key(t0, 12, 64, 1)));
-    EXPECT_TRUE(device.hidSource.deliver(key(t0 + 2400, 12, 64, 0)));
-    device.loop.drain();
-    stopRecording();
-    EXPECT_EQ(Global::sharedInstance().ioHIDEventSystem(), nullptr);
-    EXPECT_FALSE(device.hidSource.deliver(key(t0 + 4800, 12, 64, 1)));
-
-    EXPECT_EQ(readFile(device.scriptsDirectory() / "2014-05-01 13:45:10.lua"),
-              "CREATETIME=\"2014-05-01 13:45:10\";\nSCREEN_RESOLUTION=\"320x568\";\n");
     EXPECT_EQ(readFile(device.scriptsDirectory() / "2014-05-01 13:45:11.lua"),
               "CREATETIME=\"2014-05-01 13:45:11\";\nSCREEN_RESOLUTION=\"320x568\";\n"
               "homeButtonDown();\nusleep(100.00);\nhomeButtonUp();\n");
