@@ -45,7 +45,7 @@ protected:
 
 }  // namespace
 
-TEST_F(ReceiverTest, EachSyncSendsTheHeldFingersWithTheMasksOfTheirPhase) {
+TEST_F(ReceiverTest, EachSyncSendsTheHeldFingersWithTheMasksOfTheirPhaseUntilARealTouch) {
     down(1, 100, 200), up(1, 160, 284), sync();  // down then up before a sync: only the up is sent
     down(4, 32, 56.8), sync(), sync();           // a held finger goes out again at every sync
     move(4, 64, 113.6), sync();
@@ -70,6 +70,19 @@ TEST_F(ReceiverTest, EachSyncSendsTheHeldFingersWithTheMasksOfTheirPhase) {
                               first.timestamp, first.displayIntegrated && first.builtIn),
               std::make_tuple(2u, 3u, 0u, 1u, std::uint64_t{0x100000236u}, std::uint64_t{1001u}, true));
     EXPECT_EQ(hid.userEvents, 5);
+
+    // A real touch drops every synthetic finger still held; later ones go out again.
+    down(1, 10, 10), down(2, 20, 20), sync();
+    std::thread([&] { injector.realDigitizerEventArrived(); }).join();  // the hook's own thread
+    sync();
+    EXPECT_EQ(hid.hands.size(), 6u);
+    EXPECT_TRUE(injector.pendingTouches().empty());
+    down(3, 30, 30), sync();
+    ASSERT_EQ(hid.hands.size(), 7u);
+    EXPECT_EQ(hid.hands[6].fingers.size(), 1u);
+    EXPECT_TRUE(TouchInjector::isRealDigitizerDispatch(3, 11));
+    EXPECT_FALSE(TouchInjector::isRealDigitizerDispatch(3, 3));
+    EXPECT_FALSE(TouchInjector::isRealDigitizerDispatch(1, 11));
 }
 
 // Fingers are keyed by their decimal text and sent in ascending order, at their mean.
@@ -150,19 +163,4 @@ TEST(ReceiverDisplay, PointsBecomeFractionsOfThePortraitDisplayTimesTheScreenFac
         EXPECT_EQ(hid.hands[1].fingers[0].x, hid.hands[0].fingers[0].x);
         EXPECT_EQ(hid.displayQueries, 1);
     }
-}
-
-TEST_F(ReceiverTest, ARealTouchDropsEverySyntheticFingerStillHeld) {
-    down(1, 10, 10), down(2, 20, 20), sync();
-    std::thread([&] { injector.realDigitizerEventArrived(); }).join();  // the hook's own thread
-    sync();
-    EXPECT_EQ(hid.hands.size(), 1u);
-    EXPECT_TRUE(injector.pendingTouches().empty());
-    down(3, 30, 30), sync();
-    ASSERT_EQ(hid.hands.size(), 2u);
-    EXPECT_EQ(hid.hands[1].fingers.size(), 1u);
-
-    EXPECT_TRUE(TouchInjector::isRealDigitizerDispatch(3, 11));
-    EXPECT_FALSE(TouchInjector::isRealDigitizerDispatch(3, 3));
-    EXPECT_FALSE(TouchInjector::isRealDigitizerDispatch(1, 11));
 }
