@@ -140,40 +140,28 @@ void setSpeed(std::optional<float> speed) {
 
 }  // namespace
 
-TEST(ScriptFunctions, SleepsScaleLinearlyWithThePlaySpeedInSinglePrecision) {
-    struct Case {
-        std::optional<float> speed;  // none: no settings
-        unsigned requested;
-        std::uint32_t slept;
-    };
+TEST(ScriptFunctions, SleepsScaleLinearlyWithThePlaySpeedAndUsleepFlushesTheTouchesBeforeItsPause) {
     const std::uint32_t most = std::numeric_limits<std::uint32_t>::max();
-    const Case cases[] = {
-        {1.0f, 1000000, 1000000},
-        {std::nullopt, 250000, 250000},
-        {2.0f, 1000000, 0},
-        {1.5f, 1000000, 500000},
-        {0.5f, 1000000, 1500000},
-        {3.0f, 1000000, 0},
-        {-1.0f, 1000, 3000},
-        {1.0f, 0, 0},
-        {1.9f, 3, 0},                  // 0.3 truncated
-        {1.0f, 16777217, 16777216},    // the count itself is narrowed to a float first
-        {0.5f, 4000000000u, most},     // 6e9 does not fit
-        {0.0f, 2147483648u, most},     // exactly 2^32
+    // Speed (none: no settings), the pause asked for and the one slept, in single precision.
+    const std::tuple<std::optional<float>, unsigned, std::uint32_t> cases[] = {
+        {1.0f, 1000000, 1000000}, {std::nullopt, 250000, 250000}, {2.0f, 1000000, 0},  {1.5f, 1000000, 500000},
+        {0.5f, 1000000, 1500000}, {3.0f, 1000000, 0},             {-1.0f, 1000, 3000}, {1.0f, 0, 0},
+        {1.9f, 3, 0},                // 0.3 truncated
+        {1.0f, 16777217, 16777216},  // the count itself is narrowed to a float first
+        {0.5f, 4000000000u, most},   // 6e9 does not fit
+        {0.0f, 2147483648u, most},   // exactly 2^32
     };
     RuntimeDevice device;
-    for (const Case& test : cases) {
-        SCOPED_TRACE(::testing::Message() << test.requested << " at " << test.speed.value_or(-99));
-        setSpeed(test.speed);
+    for (const auto& [speed, requested, slept] : cases) {
+        setSpeed(speed);
         device.clock.clear();
-        customUsleep(test.requested);
-        EXPECT_EQ(device.clock.sleeps(), std::vector<std::uint32_t>{test.slept});
+        customUsleep(requested);
+        EXPECT_EQ(device.clock.sleeps(), std::vector<std::uint32_t>{slept}) << requested << " at " << speed.value_or(-99);
     }
-}
 
-// The script's pauses at 1.5x, then the end-of-run sync and pause, which ignores the speed.
-TEST(ScriptFunctions, UsleepFlushesTheTouchesBeforeItsPauseEvenForZero) {
-    RuntimeDevice device;
+    // A script's pauses at 1.5x, even one of zero, send the touches before them; then the end of
+    // the run syncs and pauses, whatever the speed.
+    device.clock.clear();
     writeFile(extensionsPath(device), "");
     setSpeed(1.5f);
     LuaBridge().runLuaString("touchDown(3, 100, 200) usleep(0) touchUp(3, 100, 200) usleep(400000) usleep(4294967296 + 10)");
