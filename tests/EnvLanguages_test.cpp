@@ -6,14 +6,8 @@
 #include "host/EnvLanguages.h"
 
 using tactora::host::EnvLanguages;
-using tactora::host::languageTagFromLocale;
 
-TEST(EnvLanguages, LocalesBecomeLanguageTags) {
-    const std::pair<const char*, const char*> locales[] = {
-        {"ja_JP.UTF-8", "ja-JP"}, {"de_DE@euro", "de-DE"}, {"ja", "ja"}, {"C.UTF-8", ""}, {"POSIX", ""}, {"", ""}};
-    for (const auto& [locale, tag] : locales) EXPECT_EQ(languageTagFromLocale(locale), tag) << locale;
-}
-
+// Locales become language tags; a chosen language wins and is taken as written.
 TEST(EnvLanguages, AChosenLanguageWinsAndIsTakenAsWritten) {
     const std::array<const char*, 4> names = {"TACTORA_LANGUAGE", "LANGUAGE", "LC_ALL", "LANG"};
     struct Case {
@@ -25,6 +19,8 @@ TEST(EnvLanguages, AChosenLanguageWinsAndIsTakenAsWritten) {
         {{nullptr, nullptr, nullptr, nullptr}, "", {"en"}},
         {{nullptr, nullptr, "C", "C.UTF-8"}, "", {"en"}},
         {{nullptr, nullptr, nullptr, "ja_JP.UTF-8"}, "", {"ja-JP"}},
+        {{nullptr, nullptr, nullptr, "de_DE@euro"}, "", {"de-DE"}},
+        {{nullptr, nullptr, nullptr, "POSIX"}, "", {"en"}},
         {{nullptr, "fr:ja", "de_DE.UTF-8", "fr_FR"}, "", {"fr", "ja", "de-DE", "fr-FR"}},
         {{nullptr, ":", "", "ja"}, "", {"ja"}},
         {{"zh-Hant", "ja", nullptr, "ja_JP.UTF-8"}, "", {"zh-Hant"}},

@@ -15,18 +15,6 @@ void touch(const fs::path& path) { std::ofstream(path) << "-- script\n"; }
 
 }  // namespace
 
-TEST(FileManager, PrepareDirectoriesCreatesBothOnceAndStaysQuiet) {
-    FakeDevice device;
-    EXPECT_TRUE(FileManager::prepareDirectories());
-    EXPECT_TRUE(fs::is_directory(device.map(devicepaths::scriptsDirectory)));
-    EXPECT_TRUE(fs::is_directory(device.map(devicepaths::libraryDirectory)));
-    touch(device.map(devicepaths::scriptsDirectory) / fs::path("kept.lua"));
-    EXPECT_TRUE(FileManager::prepareDirectories());
-    EXPECT_TRUE(fs::exists(device.map(devicepaths::scriptsDirectory) / fs::path("kept.lua")));
-    EXPECT_TRUE(device.alerts.shown().empty());
-    EXPECT_EQ(FileManager::scriptPath("a.lua"), device.map("/var/mobile/Library/Tactora/Scripts/a.lua").string());
-}
-
 TEST(FileManager, AScriptsDirectoryThatCannotBeMadeIsReportedAndTheLibraryLeftAlone) {
     FakeDevice device;
     // A dangling link where the directory belongs: it does not exist, and nothing, not even
@@ -45,29 +33,29 @@ TEST(FileManager, AScriptsDirectoryThatCannotBeMadeIsReportedAndTheLibraryLeftAl
     EXPECT_FALSE(fs::exists(device.map(devicepaths::libraryDirectory)));
 }
 
-TEST(FileManager, ScriptTitlesAreTheNamesEndingInLuaOrEWhateverTheirCase) {
+TEST(FileManager, PreparedDirectoriesKeepTheirScriptsWhoseTitlesEndInLuaOrEWhateverTheirCase) {
     FakeDevice device;
     EXPECT_TRUE(FileManager::getAllScriptFileTitles().empty());  // no directory yet
-
-    fs::path scripts = device.map(devicepaths::scriptsDirectory);
-    fs::create_directories(scripts);
+    EXPECT_TRUE(FileManager::prepareDirectories());
+    EXPECT_TRUE(fs::is_directory(device.map(devicepaths::libraryDirectory)));
     EXPECT_TRUE(FileManager::getAllScriptFileTitles().empty());
+    fs::path scripts = device.map(devicepaths::scriptsDirectory);
     for (const char* name : {"a.lua", "b.LUA", "c.lua.e", "d.txt", "e", "g.E", "h.lua.bak", ".lua", "i.", "j.Lua"})
         touch(scripts / name);
     fs::create_directories(scripts / "f.lua");
     fs::create_directories(scripts / "k.dir");
     touch(scripts / "k.dir" / "inner.lua");
+    EXPECT_TRUE(FileManager::prepareDirectories());  // a second time: nothing lost, nothing said
+    EXPECT_TRUE(device.alerts.shown().empty());
+    EXPECT_EQ(FileManager::scriptPath("a.lua"), (scripts / "a.lua").string());
 
     std::vector<std::string> titles = FileManager::getAllScriptFileTitles();
     std::vector<std::string> sorted = titles;
     std::sort(sorted.begin(), sorted.end());
     EXPECT_EQ(sorted, (std::vector<std::string>{".lua", "a.lua", "b.LUA", "c.lua.e", "f.lua", "g.E", "j.Lua"}));
-
     // In the order the directory lists them, not sorted.
     std::vector<std::string> listing;
-    for (const auto& entry : fs::directory_iterator(scripts)) {
-        std::string name = entry.path().filename().string();
-        if (std::find(titles.begin(), titles.end(), name) != titles.end()) listing.push_back(name);
-    }
+    for (const auto& entry : fs::directory_iterator(scripts))
+        if (std::ranges::count(titles, entry.path().filename().string())) listing.push_back(entry.path().filename().string());
     EXPECT_EQ(titles, listing);
 }

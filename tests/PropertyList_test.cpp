@@ -10,11 +10,12 @@
 using namespace tactora;
 using namespace std::string_literals;
 
-namespace {
-
-// An application's information dictionary with every kind of value, nested.
-PropertyList::Dictionary appInfo() {
-    return {
+// Each kind reaches Lua as what a script would test it against; nested arrays count from 1.
+TEST(PropertyList, ReachesLuaWholeWithEveryKindOfValue) {
+    lua_State* state = luaL_newstate();
+    luaL_openlibs(state);
+    // An application's information dictionary with every kind of value, nested.
+    pushPropertyList(state, PropertyList::Dictionary{
         {"CFBundleIdentifier", "com.user.a"},
         {"CFBundleVersion", PropertyList(std::int64_t{42})},
         {"MinimumOSVersion", 13.5},
@@ -22,21 +23,10 @@ PropertyList::Dictionary appInfo() {
         {"UIStatusBarHidden", false},
         {"InstallDate", PropertyList::Date{700000000.5}},
         {"Token", PropertyList::Data{'a', 0, 'b'}},
-        {"CFBundleIcons",
-         PropertyList::Dictionary{
-             {"CFBundlePrimaryIcon",
-              PropertyList::Dictionary{{"CFBundleIconFiles", PropertyList::Array{"Icon", "Icon@2x"}}}}}},
+        {"CFBundleIcons", PropertyList::Dictionary{{"CFBundlePrimaryIcon", PropertyList::Dictionary{
+                              {"CFBundleIconFiles", PropertyList::Array{"Icon", "Icon@2x"}}}}}},
         {"Empty", PropertyList::Array{}},
-    };
-}
-
-}  // namespace
-
-// Each kind reaches Lua as what a script would test it against; nested arrays count from 1.
-TEST(PropertyList, ReachesLuaWholeWithEveryKindOfValue) {
-    lua_State* state = luaL_newstate();
-    luaL_openlibs(state);
-    pushPropertyList(state, appInfo());
+    });
     lua_setglobal(state, "app");
     const struct {
         const char* expression;
