@@ -17,6 +17,7 @@
 #include "Platform/Installation.h"
 #include "Platform/MessagePorts.h"
 #include "Platform/Platform.h"
+#include "ScreenFakes.h"
 #include "ToolProcess.h"
 
 namespace fs = std::filesystem;
@@ -164,32 +165,25 @@ struct OneClientHIDSource final : tactora::HIDSource {
     tactora::HIDEventCallback deliver;
 };
 
-struct PortraitDisplay final : tactora::Display {
-    Size bounds() const override { return {width, height}; }
-    double scale() const override { return screenScale; }
-    PortraitDisplay(double width, double height, double scale) : width(width), height(height), screenScale(scale) {}
-    double width, height, screenScale;
-};
 
 }  // namespace
 
 TEST(Doctor, BackboarddsHalfIsCheckedThroughTheInjectionPortAndATapIsSeenWhereItWasSentOnEveryScale) {
     // The receiver's digitizer spans the portrait screen in pixels; the tap must be recognised
     // where the receiver really puts it, on 2x screens and on the others alike.
-    for (const auto& [width, height, screenScale] : {std::tuple{320.0, 568.0, 2.0}, std::tuple{414.0, 736.0, 3.0}}) {
-        SCOPED_TRACE(screenScale);
-        PortraitDisplay display(width, height, screenScale);
-        tactora::ScopedPlatform scoped;
+    for (const char* profile : {"320x568@2", "414x736@3"}) {
+        SCOPED_TRACE(profile);
+        screentest::ScopedScreen screen(profile);
         ReceiverInProcess ports;
         RecordingHIDDispatch hid;
-        const auto scale = static_cast<float>(screenScale);
-        hid.screen = {static_cast<float>(width) * scale, static_cast<float>(height) * scale, true, scale};
+        const auto scale = static_cast<float>(screen.display().scale());
+        const auto points = screen.display().bounds();
+        hid.screen = {static_cast<float>(points.width) * scale, static_cast<float>(points.height) * scale, true, scale};
         OneClientHIDSource source;
         tactora::platform().messagePorts = &ports;
         tactora::platform().installation = &ports;
         tactora::platform().hidDispatch = &hid;
         tactora::platform().hidSource = &source;
-        tactora::platform().display = &display;
         tactora::EventSimulate::resetConnection();
 
         tactora::TapRoundTrip tap;

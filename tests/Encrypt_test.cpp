@@ -41,13 +41,10 @@ TEST(EncryptTest, ScriptsDecryptToAsciiTextOnlyAndFilesSayWhyTheyFailed) {
     ASSERT_EQ(Encrypt::decryptFile(dir.file("in.bin.e"), dir.file("out.bin"), "pässwörd"), std::nullopt);
     EXPECT_EQ(readFile(dir.file("out.bin")), plain);
     auto wrong = Encrypt::decryptFile(dir.file("in.bin.e"), dir.file("out2.bin"), "password");
-    ASSERT_TRUE(wrong);
-    EXPECT_TRUE(wrong->code == hmacMismatchError || wrong->code == int(CryptoStatus::decodeError));
+    EXPECT_TRUE(wrong && (wrong->code == hmacMismatchError || wrong->code == int(CryptoStatus::decodeError)));
     auto unknown = Encrypt::decryptFile(dir.file("bad.e"), dir.file("bad"), "pw");
-    ASSERT_TRUE(unknown);
-    EXPECT_EQ(unknown->code, unknownHeaderError);
+    EXPECT_EQ(unknown.value_or(CryptorError{}).code, unknownHeaderError);
     auto missing = Encrypt::decryptFile(dir.file("nope.e"), dir.file("nope"), "pw");
-    ASSERT_TRUE(missing);
-    EXPECT_EQ(missing->domain, encryptFileErrorDomain);
+    EXPECT_EQ(missing.value_or(CryptorError{}).domain, encryptFileErrorDomain);
     EXPECT_FALSE(std::filesystem::exists(dir.file("nope")));
 }
