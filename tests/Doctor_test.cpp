@@ -21,6 +21,7 @@
 #include "ToolProcess.h"
 
 namespace fs = std::filesystem;
+using namespace tactora;
 using namespace tactora::testing;
 
 namespace {
@@ -37,12 +38,12 @@ std::string lineOf(const std::string& report, const std::string& verdict, const 
 }
 
 // `tactora doctor --json` on `root`: whether it passed and its checks, from standard output alone.
-std::pair<bool, std::vector<tactora::SelfTestCheck>> doctorJson(const ScratchDirectory& root, int exitCode) {
+std::pair<bool, std::vector<SelfTestCheck>> doctorJson(const ScratchDirectory& root, int exitCode) {
     ToolRun run = runTool("--root '" + root.path().string() + "' doctor --json");
     EXPECT_EQ(run.exitCode, exitCode) << run.output;
     auto parsed = nlohmann::json::parse(run.out, nullptr, false);
     EXPECT_FALSE(parsed.is_discarded()) << run.output;
-    std::vector<tactora::SelfTestCheck> checks;
+    std::vector<SelfTestCheck> checks;
     if (parsed.is_discarded()) return {exitCode == 0, checks};
     for (const auto& c : parsed["checks"])
         checks.push_back({c["name"].get<std::string>(), c["passed"].get<bool>(), c["value"].get<std::string>(),
@@ -118,53 +119,50 @@ TEST(Doctor, EachBrokenSetupFailsItsOwnCheckWithItsCauseAndTheOthersStillRun) {
 }
 
 TEST(Doctor, TheReportCrossesTheSelfTestPortIntact) {
-    tactora::SelfTestReport report;
-    report.add(tactora::SelfTestCheck::pass("capture", "640 x 1136\tpixels"));
-    report.add(tactora::SelfTestCheck::fail("store", "a\\b", "line one\nline two"));
-    const auto decoded = tactora::SelfTestReport::decode(report.encode() + "garbage without fields\n");
-    auto fields = [](const tactora::SelfTestCheck& c) { return std::make_tuple(c.name, c.passed, c.value, c.cause); };
+    SelfTestReport report;
+    report.add(SelfTestCheck::pass("capture", "640 x 1136\tpixels"));
+    report.add(SelfTestCheck::fail("store", "a\\b", "line one\nline two"));
+    const auto decoded = SelfTestReport::decode(report.encode() + "garbage without fields\n");
+    auto fields = [](const SelfTestCheck& c) { return std::make_tuple(c.name, c.passed, c.value, c.cause); };
     ASSERT_EQ(decoded.checks().size(), 2u);
     for (std::size_t i = 0; i < 2; ++i) EXPECT_EQ(fields(decoded.checks()[i]), fields(report.checks()[i]));
     EXPECT_FALSE(decoded.passed());
-    EXPECT_FALSE(tactora::SelfTestReport().passed()) << "an empty report proves nothing";
+    EXPECT_FALSE(SelfTestReport().passed()) << "an empty report proves nothing";
 }
 
 namespace {
 
-// backboardd's half in this process: each request goes straight to a real receiver.
-struct ReceiverInProcess final : tactora::MessagePorts, tactora::Installation {
-    std::unique_ptr<tactora::RemoteMessagePort> createRemote(const std::string& name) override {
-        return name == tactora::injectionPortName && served ? std::make_unique<Remote>(*this) : nullptr;
+// backboardd's half in this process: each request goes straight to a real receiver, and the HID
+// system hands its events to its one client.
+struct BackboarddInProcess final : MessagePorts, Installation, HIDSource {
+    std::unique_ptr<RemoteMessagePort> createRemote(const std::string& name) override {
+        return name == injectionPortName && served ? std::make_unique<Remote>(*this) : nullptr;
     }
     std::string loadedSlice() const override { return "arm64e"; }
     bool dispatchHookInstalled() const override { return hooked; }
-    bool served = true, hooked = true;
-    std::mutex mutex;  // the tap sends from a background thread
-    tactora::TouchInjector injector;
-
-    struct Remote final : tactora::RemoteMessagePort {
-        explicit Remote(ReceiverInProcess& ports) : ports(ports) {}
-        bool isValid() const override { return ports.served; }
-        tactora::SendStatus sendRequest(std::int32_t id, std::span<const std::uint8_t> data, double, double,
-                                        std::vector<std::uint8_t>* reply) override {
-            std::lock_guard lock(ports.mutex);
-            auto answer = ports.injector.messageCallBack(id, data);
-            if (reply) *reply = answer;
-            return tactora::SendStatus::success;
-        }
-        ReceiverInProcess& ports;
-    };
-};
-
-struct OneClientHIDSource final : tactora::HIDSource {
-    void* startDelivering(tactora::HIDEventCallback callback) override {
+    void* startDelivering(HIDEventCallback callback) override {
         deliver = std::move(callback);
         return this;
     }
     void stopDelivering(void*) override { deliver = nullptr; }
-    tactora::HIDEventCallback deliver;
-};
+    bool served = true, hooked = true;
+    std::mutex mutex;  // the tap sends from a background thread
+    TouchInjector injector;
+    HIDEventCallback deliver;
 
+    struct Remote final : RemoteMessagePort {
+        explicit Remote(BackboarddInProcess& ports) : ports(ports) {}
+        bool isValid() const override { return ports.served; }
+        SendStatus sendRequest(std::int32_t id, std::span<const std::uint8_t> data, double, double,
+                               std::vector<std::uint8_t>* reply) override {
+            std::lock_guard lock(ports.mutex);
+            auto answer = ports.injector.messageCallBack(id, data);
+            if (reply) *reply = answer;
+            return SendStatus::success;
+        }
+        BackboarddInProcess& ports;
+    };
+};
 
 }  // namespace
 
@@ -174,53 +172,52 @@ TEST(Doctor, BackboarddsHalfIsCheckedThroughTheInjectionPortAndATapIsSeenWhereIt
     for (const char* profile : {"320x568@2", "414x736@3"}) {
         SCOPED_TRACE(profile);
         screentest::ScopedScreen screen(profile);
-        ReceiverInProcess ports;
+        BackboarddInProcess ports;
         RecordingHIDDispatch hid;
         const auto scale = static_cast<float>(screen.display().scale());
         const auto points = screen.display().bounds();
         hid.screen = {static_cast<float>(points.width) * scale, static_cast<float>(points.height) * scale, true, scale};
-        OneClientHIDSource source;
-        tactora::platform().messagePorts = &ports;
-        tactora::platform().installation = &ports;
-        tactora::platform().hidDispatch = &hid;
-        tactora::platform().hidSource = &source;
-        tactora::EventSimulate::resetConnection();
+        platform().messagePorts = &ports;
+        platform().installation = &ports;
+        platform().hidSource = &ports;
+        platform().hidDispatch = &hid;
+        EventSimulate::resetConnection();
 
-        tactora::TapRoundTrip tap;
+        TapRoundTrip tap;
         tap.start(100, 200, 5);
         EXPECT_FALSE(tap.result()) << "nothing seen yet";
         // Wait for the down and the up, then hand them to the client as the HID system would,
         // outside the recorder's lock: delivering may send to the receiver, whose port lock is
         // taken before the recorder's on the sending thread.
-        std::vector<tactora::HandEventDescription> hands;
+        std::vector<HandEventDescription> hands;
         for (int i = 0; i < 500 && hands.size() < 2; ++i) {
             std::this_thread::sleep_for(std::chrono::milliseconds(10));
             std::lock_guard lock(hid.mutex);
             hands = hid.hands;
         }
         ASSERT_EQ(hands.size(), 2u);
-        ASSERT_TRUE(source.deliver);
+        ASSERT_TRUE(ports.deliver);
         for (const auto& hand : hands) {
-            tactora::HIDEvent event;
-            event.type = tactora::kIOHIDEventTypeDigitizer;
+            HIDEvent event;
+            event.type = kIOHIDEventTypeDigitizer;
             for (const auto& finger : hand.fingers)
                 event.children.push_back({finger.index, finger.touch ? 1u : 0u, finger.eventMask, finger.x, finger.y});
-            source.deliver(event);
+            ports.deliver(event);
         }
         auto check = tap.result();
         ASSERT_TRUE(check);
         EXPECT_TRUE(check->passed) << check->value << ": " << check->cause;
 
-        EXPECT_TRUE(tactora::checkReceiver(1).passed);
-        auto hook = tactora::checkDispatchHook(1);
+        EXPECT_TRUE(checkReceiver(1).passed);
+        auto hook = checkDispatchHook(1);
         EXPECT_TRUE(hook.passed && hook.value.find("arm64e") != std::string::npos) << hook.value;
         ports.hooked = false;
-        hook = tactora::checkDispatchHook(1);
+        hook = checkDispatchHook(1);
         EXPECT_FALSE(hook.passed);
         EXPECT_NE(hook.cause.find("real touch will not cancel"), std::string::npos) << hook.cause;
         ports.served = false;
-        for (const auto& unserved : {tactora::checkReceiver(1), tactora::checkDispatchHook(1)})
+        for (const auto& unserved : {checkReceiver(1), checkDispatchHook(1)})
             EXPECT_TRUE(!unserved.passed && unserved.cause.find("killall backboardd") != std::string::npos) << unserved.cause;
-        tactora::EventSimulate::resetConnection();
+        EventSimulate::resetConnection();
     }
 }
