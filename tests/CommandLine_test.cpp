@@ -245,12 +245,8 @@ TEST_F(Tool, SettingsAreStoredChangedThroughTheSettingsMessageAndListedWithTheSc
         writeFile(scripts() / name, "\n");
     ASSERT_TRUE(DataManager::addActivatorTrigger(ActivatorTrigger("shake", 3, "both.lua")));
     ASSERT_TRUE(DataManager::addActivatorTrigger(ActivatorTrigger("swipe", 3, "triggered.e")));
-    PlaySettings direct;
-    direct.setPlayDirectly(true);
-    for (const char* title : {"both.lua", "direct.lua"}) {
-        direct.setScriptTitle(title);
-        ASSERT_TRUE(DataManager::insertPlaySettings(direct));
-    }
+    for (const char* title : {"both.lua", "direct.lua"})
+        ASSERT_EQ(tool(std::string("settings --play-directly on --script ") + title).exitCode, 0);
     ToolRun listed = tool("scripts");
     expectIn(listed.out, {"◎ ▷  both.lua\n", "  ▷  direct.lua\n", "     plain.lua\n", "◎    triggered.e\n"});
     EXPECT_EQ(listed.out.find("notes.txt"), std::string::npos);
@@ -258,25 +254,15 @@ TEST_F(Tool, SettingsAreStoredChangedThroughTheSettingsMessageAndListedWithTheSc
 
 // The example column of the README's script API table, or every ```LANGUAGE block of a file.
 std::vector<std::string> examplesIn(const std::string& relative, const std::string& language = "") {
-    std::vector<std::string> examples;
-    std::string block;
-    bool inside = false;
-    for (const std::string& line : lines(readFile(fs::path(TACTORA_SOURCE_DIR) / relative))) {
-        if (language.empty()) {
-            inside = inside || line.rfind("| function | arguments → results | example |", 0) == 0;
-            if (inside && line.empty()) break;
-            const auto open = line.rfind("| `");
-            if (inside && open != std::string::npos) examples.push_back(line.substr(open + 3, line.rfind("` |") - open - 3));
-        } else if (!inside && line == "```" + language) {
-            inside = true;
-            block.clear();
-        } else if (inside && line == "```") {
-            inside = false;
-            examples.push_back(block);
-        } else if (inside) {
-            block += line + "\n";
-        }
+    std::string text = readFile(fs::path(TACTORA_SOURCE_DIR) / relative);
+    if (language.empty()) {
+        const auto table = text.find("| function | arguments → results | example |");
+        text = text.substr(table, text.find("\n\n", table) + 1 - table);
     }
+    const std::regex example(language.empty() ? R"(\| `((?:(?!\| `)[^\n])*)` \|\n)"
+                                              : "```" + language + R"(\n([\s\S]*?)```)");
+    std::vector<std::string> examples;
+    for (std::sregex_iterator it(text.begin(), text.end(), example), end; it != end; ++it) examples.push_back((*it)[1]);
     return examples;
 }
 
