@@ -57,6 +57,7 @@ TEST_F(CommandLine, EveryMistakeIsNamedAndEndsWithItsStatusAndChangesNothing) {
     writeFile(scripts() / "notes.txt", "log('x')");
     ASSERT_EQ(tool("encrypt secret.lua --password pw").exitCode, 0);
     fs::copy_file(here() / "secret.lua.e", scripts() / "secret.lua.e");
+    writeFile(here() / "secret.lua", "the only copy");
     struct Case {
         std::string arguments;
         int exitCode;
@@ -106,11 +107,12 @@ TEST_F(CommandLine, EveryMistakeIsNamedAndEndsWithItsStatusAndChangesNothing) {
         EXPECT_EQ(run.exitCode, test.exitCode) << run.err;
         for (const std::string& error : test.errors) EXPECT_NE(run.err.find(error), std::string::npos) << run.err;
     }
-    expectIn(runTool("--root '' scripts").err, {"the root must name a directory"});
+    ToolRun noRoot = runTool("--root '' scripts");
+    EXPECT_EQ(noRoot.exitCode, 2);
+    expectIn(noRoot.err, {"the root must name a directory"});
     EXPECT_EQ(log().find(" ran"), std::string::npos) << "a refused run played";
     EXPECT_EQ(DataManager::countPlaySettings(), 0) << "a refused setting was stored";
-    EXPECT_EQ(readFile(here() / "secret.lua"), "log('the secret ran')");
-    writeFile(here() / "secret.lua", "");
+    EXPECT_EQ(readFile(here() / "secret.lua"), "the only copy");
     EXPECT_EQ(tool("decrypt secret.lua.e --password pw --force").exitCode, 0);
     EXPECT_EQ(readFile(here() / "secret.lua"), "log('the secret ran')");
 }
