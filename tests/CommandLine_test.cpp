@@ -237,7 +237,7 @@ TEST_F(Tool, SettingsAreStoredChangedThroughTheSettingsMessageAndListedWithTheSc
     EXPECT_EQ(defaults.objectForKey(showErrorsByAlertKey), DefaultsValue(true)) << "a first read stores";
     for (std::string name : {"log-errors", "show-errors-by-alert", "show-play-finished-alert"}) {
         ToolRun set = tool("settings --set " + name + "=off");
-        EXPECT_EQ(set.exitCode, 0) << set.output;
+        EXPECT_EQ(set.exitCode, 0) << set.err;
         expectIn(set.out, {name + std::string(27 - name.size(), ' ') + "off"});
     }
     EXPECT_EQ(defaults.objectForKey(showErrorsByAlertKey), DefaultsValue(false));

@@ -79,8 +79,7 @@ inline std::size_t countOf(const std::string& text, const std::string& what) {
 
 struct ToolRun {
     int exitCode = -1;  // -1: ended by a signal or killed after a minute
-    std::string out, err;
-    std::string output;  // standard output, then standard error
+    std::string out, err;  // standard output and standard error
 };
 
 // Runs the desktop tool with `arguments`, a shell command-line tail (quote paths), in `directory`,
@@ -97,7 +96,6 @@ inline ToolRun runTool(const std::string& arguments, const std::string& environm
                        .wait();
     run.out = readFile(streams.path() / "out");
     run.err = readFile(streams.path() / "err");
-    run.output = run.out + run.err;
     return run;
 }
 
