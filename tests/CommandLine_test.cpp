@@ -183,7 +183,8 @@ TEST_F(CommandLine, DesktopPathsInScriptsAreExplainedOncePerPathOnAScreenThatFit
     EXPECT_EQ(countOf(run.err, "screenshotRegion(\"" + shot + "\")"), 1u) << run.err;
     // Where it was looked for, and what to do about it; a file missing under the root and on the
     // desktop alike is simply missing.
-    expectIn(run.err, {(device.root.path() / here().relative_path() / "icon.png").string(), "rootDir() .. \"icon.png\""});
+    expectIn(run.err,
+             {(device.root.path() / here().relative_path() / "icon.png").string(), "rootDir() .. \"icon.png\""});
     EXPECT_EQ(run.err.find("none.png"), std::string::npos) << run.err;
 }
 
@@ -210,9 +211,14 @@ TEST_F(Tool, EncryptsAndDecryptsWithEveryWayOfGivingThePasswordAndLeavesNothingO
     crypttest::writeFile(directory.file("short.e"), Bytes(40, 3));
     const auto before = names();
     // No password anywhere and no terminal to ask on; a wrong one; files that are no such thing.
-    const std::pair<const char*, int> refusals[] = {{"data.bin.e -o b", 2}, {"data.bin.e -o b --password wrong", 1},
-                                                    {"junk.e --password x", 1}, {"short.e --password x", 1}};
-    for (const auto& [arguments, exitCode] : refusals) EXPECT_EQ(tool(std::string("decrypt ") + arguments).exitCode, exitCode) << arguments;
+    const std::tuple<const char*, int, const char*> refusals[] = {
+        {"data.bin.e -o b", 2, "no password"}, {"data.bin.e -o b --password wrong", 1, "wrong password or damaged file"},
+        {"junk.e --password x", 1, "junk.e is not an encrypted script"}, {"short.e --password x", 1, "too short"}};
+    for (const auto& [arguments, exitCode, message] : refusals) {
+        ToolRun run = tool(std::string("decrypt ") + arguments);
+        EXPECT_EQ(run.exitCode, exitCode) << arguments;
+        expectIn(run.err, {message});
+    }
     EXPECT_EQ(names(), before) << "neither outputs nor temporary files remain";
 }
 

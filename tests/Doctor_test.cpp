@@ -85,7 +85,7 @@ TEST(Doctor, EachBrokenSetupFailsItsOwnCheckWithItsCauseAndTheOthersStillRun) {
         {"hid-trace.jsonl", nullptr, "receiver", "the receiver exited"},
         {store, damaged.c_str(), "store", "the store file is damaged"},
         {store, "", "store", "made by something else or was cut short"},
-        {"var/mobile/Library/Tactora/Scripts", "a file", "scripts", "a file stands where the scripts directory belongs"},
+        {"var/mobile/Library/Tactora/Scripts", "a file", "scripts", "a file stands where the scripts directory"},
     };
     for (const auto& setup : setups) {
         SCOPED_TRACE(setup.causeWords);
@@ -216,7 +216,8 @@ TEST(Doctor, BackboarddsHalfIsCheckedThroughTheInjectionPortAndATapIsSeenWhereIt
         EXPECT_NE(hook.cause.find("real touch will not cancel"), std::string::npos) << hook.cause;
         ports.served = false;
         for (const auto& unserved : {checkReceiver(1), checkDispatchHook(1)})
-            EXPECT_TRUE(!unserved.passed && unserved.cause.find("killall backboardd") != std::string::npos) << unserved.cause;
+            EXPECT_TRUE(!unserved.passed && unserved.cause.find("killall backboardd") != std::string::npos)
+                << unserved.cause;
         EventSimulate::resetConnection();
     }
 }

@@ -7,7 +7,7 @@
 using namespace tactora;
 using namespace tactora::crypttest;
 
-TEST(EncryptTest, ScriptsDecryptToAsciiTextOnlyAndFilesSayWhyTheyFailed) {
+TEST(EncryptTest, ScriptsDecryptToAsciiTextOnlyAndAMissingFileIsNamed) {
     ScopedPlatform scope;
     host::OpenSSLCrypto crypto;
     tactora::testing::RecordingDiagnosticLog log;
@@ -33,17 +33,7 @@ TEST(EncryptTest, ScriptsDecryptToAsciiTextOnlyAndFilesSayWhyTheyFailed) {
         EXPECT_EQ(referenceDecrypt(*readFile(dir.file("a.lua.e")), "pw"), bytesOf(text));
     }
 
-    std::mt19937 random(11);
-    const Bytes plain = randomBytes(100000, random);
-    writeFile(dir.file("in.bin"), plain);
-    writeFile(dir.file("bad.e"), Bytes(500, 7));
-    ASSERT_EQ(Encrypt::encryptFile(dir.file("in.bin"), dir.file("in.bin.e"), "pässwörd"), std::nullopt);
-    ASSERT_EQ(Encrypt::decryptFile(dir.file("in.bin.e"), dir.file("out.bin"), "pässwörd"), std::nullopt);
-    EXPECT_EQ(readFile(dir.file("out.bin")), plain);
-    auto wrong = Encrypt::decryptFile(dir.file("in.bin.e"), dir.file("out2.bin"), "password");
-    EXPECT_TRUE(wrong && (wrong->code == hmacMismatchError || wrong->code == int(CryptoStatus::decodeError)));
-    auto unknown = Encrypt::decryptFile(dir.file("bad.e"), dir.file("bad"), "pw");
-    EXPECT_EQ(unknown.value_or(CryptorError{}).code, unknownHeaderError);
+    // A missing file is told apart from a damaged one (those go through the tool's tests).
     auto missing = Encrypt::decryptFile(dir.file("nope.e"), dir.file("nope"), "pw");
     EXPECT_EQ(missing.value_or(CryptorError{}).domain, encryptFileErrorDomain);
     EXPECT_FALSE(std::filesystem::exists(dir.file("nope")));
