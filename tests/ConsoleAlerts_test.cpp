@@ -11,8 +11,7 @@ using namespace tactora;
 
 namespace {
 
-class HeldQueues final : public Queues {
-public:
+struct HeldQueues final : Queues {
     std::deque<std::function<void()>> main;
     void runOnMain(std::function<void()> work) override { main.push_back(std::move(work)); }
 };
@@ -28,8 +27,6 @@ TEST(ConsoleAlerts, ReportsShownThenDismissedWithTheCancelButtonOnTheMainQueue) 
     {
         host::ConsoleAlerts alerts(out);
         AlertRequest alert;
-        alert.title = "Tactora";
-        alert.message = "Dencrypt Password";
         alert.cancelButton = "Cancel";
         alert.secureTextInput = true;
         alert.didPresent = [&] { calls.push_back("present"); };

@@ -14,6 +14,9 @@
 #include <thread>
 #include <vector>
 
+#include "FoundationFakes.h"
+#include "host/PngCodec.h"
+
 extern char** environ;
 
 namespace tactora::testing {
@@ -75,24 +78,34 @@ inline std::size_t countOf(const std::string& text, const std::string& what) {
 }
 
 struct ToolRun {
-    int exitCode = -1;
-    std::string output;  // standard output and errors
+    int exitCode = -1;  // -1: ended by a signal or killed after a minute
+    std::string out, err;  // standard output and standard error
 };
 
-// Runs the desktop tool with `arguments`, a shell command-line tail (quote paths), as a user runs
-// it but with no terminal to prompt on and no password in the environment unless `environment`
-// ("NAME=value ...") gives one.
-inline ToolRun runTool(const std::string& arguments, const std::string& environment = "") {
-    const std::string command = "env -u TACTORA_PASSWORD " + environment + " setsid -w '" + TACTORA_CLI + "' " +
-                                arguments + " </dev/null 2>&1";
+// Runs the desktop tool with `arguments`, a shell command-line tail (quote paths), in `directory`,
+// as a user runs it but with no terminal to prompt on and no password or root in the environment
+// unless `environment` ("NAME=value ...") gives one.
+inline ToolRun runTool(const std::string& arguments, const std::string& environment = "",
+                       const std::string& directory = ".") {
+    ScratchDirectory streams;
     ToolRun run;
-    FILE* pipe = ::popen(command.c_str(), "r");
-    if (!pipe) return run;
-    char buffer[4096];
-    for (std::size_t n; (n = std::fread(buffer, 1, sizeof buffer, pipe)) > 0;) run.output.append(buffer, n);
-    const int status = ::pclose(pipe);
-    run.exitCode = WIFEXITED(status) ? WEXITSTATUS(status) : -1;
+    // Redirections first, so that `arguments` may redirect standard input after them.
+    run.exitCode = Child({"/bin/sh", "-c", "cd '" + directory + "' && </dev/null >'" + streams.file("out") + "' 2>'" +
+                                               streams.file("err") + "' exec env -u TACTORA_PASSWORD -u TACTORA_ROOT " +
+                                               environment + " setsid -w '" + TACTORA_CLI + "' " + arguments})
+                       .wait();
+    run.out = readFile(streams.path() / "out");
+    run.err = readFile(streams.path() / "err");
     return run;
+}
+
+// A PNG file of one opaque colour 0xRRGGBB.
+inline std::string solidPng(std::uint32_t width, std::uint32_t height, std::uint32_t rgb) {
+    std::vector<std::uint8_t> rgba(std::size_t(width) * height * 4, 0xFF);
+    for (std::size_t i = 0; i < rgba.size(); i += 4)
+        for (int c = 0; c < 3; ++c) rgba[i + c] = std::uint8_t(rgb >> (16 - 8 * c));
+    auto png = host::PngCodec().encodePng(rgba.data(), width, height, std::size_t(width) * 4);
+    return png ? std::string(png->begin(), png->end()) : std::string();
 }
 
 }  // namespace tactora::testing
