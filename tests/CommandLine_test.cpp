@@ -79,7 +79,7 @@ TEST_F(CommandLine, EveryMistakeIsNamedAndEndsWithItsStatusAndChangesNothing) {
         {"play", 2, {"script is required"}},
         {"play alerting.lua --repeat many", 2, {"--repeat"}},
         {"settings --script \"it's.lua\" --repeat 1", 1, {"titles with an apostrophe cannot be"}},
-        {"settings --script ../a.lua", 1, {"not a path"}},
+        {"settings --script ../a.lua", 2, {"not a path"}},
         {"settings --repeat 4", 2, {}},
         {"settings --script a.lua --play-directly maybe", 2, {"--play-directly"}},
         {"settings --set log-errors=no", 2, {"log-errors"}},

@@ -69,11 +69,6 @@ bool applySet(const std::string& assignment) {
 }
 
 bool storePlaySettings(const SettingsRequest& request) {
-    if (!FileManager::isScriptTitle(request.script)) {
-        std::fprintf(stderr, "tactora: --script takes a script's file name, not a path: \"%s\"\n",
-                     request.script.c_str());
-        return false;
-    }
     std::shared_ptr<PlaySettings> settings = DataManager::findPlaySettingsByScriptTitle(request.script);
     const bool existing = settings != nullptr;
     if (!existing) {
@@ -122,6 +117,13 @@ void runSettings(GlobalOptions& options, const SettingsRequest& request) {
     host::HostPlatform host(options.host);
     if (!FileManager::prepareDirectories() || !DataManager::initDb()) {
         options.exitCode = 1;
+        return;
+    }
+    // A path where a title belongs is a misuse, refused before anything changes.
+    if (!request.script.empty() && !FileManager::isScriptTitle(request.script)) {
+        std::fprintf(stderr, "tactora: --script takes a script's file name, not a path: \"%s\"\n",
+                     request.script.c_str());
+        options.exitCode = 2;
         return;
     }
     for (const std::string& assignment : request.sets) {
