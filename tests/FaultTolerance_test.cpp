@@ -123,8 +123,7 @@ TEST(Faults, ALockedStoreFailsAChangeWithinASecondAShortLockOnlyDelaysItAndADama
         EXPECT_FALSE(DataManager::insertPlaySettings(settingsFor("new.lua", 1)));
         DataManager::updateScriptTitleOfPlaySettingsFrom(std::string("kept.lua"), std::string("t1.lua"));
         EXPECT_EQ(DataManager::countPlaySettings(), -1);
-        const auto all = DataManager::findAllPlaySettings();
-        EXPECT_TRUE(!all || all->empty());
+        EXPECT_TRUE(storedTitles().empty());
         DataManager::getActivatorTriggersAll();
         EXPECT_EQ(readFile(file), damaged) << "a damaged store is never removed or replaced";
     }
@@ -135,7 +134,6 @@ TEST(Faults, AnUnwritableLogLosesTheLineButNeverHoldsTheScript) {
         [](const fs::path& log) { fs::create_directories(log); },
         [](const fs::path& log) { ASSERT_EQ(::mkfifo(log.c_str(), 0644), 0); },  // a pipe nobody reads
         [](const fs::path& log) { fs::create_symlink("/dev/full", log); },
-        [](const fs::path& log) { fs::create_symlink("/nowhere/log.log", log); },
         [](const fs::path& log) { fs::remove_all(log.parent_path()); },
     };
     for (std::size_t i = 0; i < std::size(makers); ++i) {
