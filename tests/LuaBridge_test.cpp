@@ -22,11 +22,9 @@ namespace {
 
 // A global of the bridge's state as text ("nil" when unset).
 std::string global(LuaBridge& bridge, const char* name) {
-    lua_State* L = bridge.state();
-    lua_getglobal(L, name);
-    const bool nil = lua_isnil(L, -1);
-    std::string text = nil ? "nil" : luaL_tolstring(L, -1, nullptr);
-    lua_pop(L, nil ? 1 : 2);
+    lua_getglobal(bridge.state(), name);
+    std::string text = luaL_tolstring(bridge.state(), -1, nullptr);
+    lua_pop(bridge.state(), 2);
     return text;
 }
 
