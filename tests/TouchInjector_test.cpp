@@ -120,9 +120,7 @@ TEST_F(ReceiverTest, KeysGoOutAtOnceAndMessagesOfTheWrongLengthOrIdAreIgnored) {
     send(2, {}), send(3, touch), send(2, key);
     for (std::int32_t id : {0, 4, -2, 99}) send(id, touch);
     sync();
-    EXPECT_TRUE(injector.pendingTouches().empty());
-    EXPECT_TRUE(hid.hands.empty());
-    EXPECT_TRUE(hid.keys.empty());
+    EXPECT_TRUE(injector.pendingTouches().empty() && hid.hands.empty() && hid.keys.empty());
 
     send(3, keyRecord(0x10040, 0x7000C, 1)), send(3, keyRecord(64, 12, 0));  // the low 16 bits of the usage count
     ASSERT_EQ(hid.keys.size(), 2u);
