@@ -134,6 +134,7 @@ TEST(Faults, AnUnwritableLogLosesTheLineButNeverHoldsTheScript) {
         [](const fs::path& log) { fs::create_directories(log); },
         [](const fs::path& log) { ASSERT_EQ(::mkfifo(log.c_str(), 0644), 0); },  // a pipe nobody reads
         [](const fs::path& log) { fs::create_symlink("/dev/full", log); },
+        [](const fs::path& log) { fs::create_symlink("/nowhere/log.log", log); },
         [](const fs::path& log) { fs::remove_all(log.parent_path()); },
     };
     for (std::size_t i = 0; i < std::size(makers); ++i) {
