@@ -1,7 +1,5 @@
-// Faults a device meets while the system runs: stops at any moment, a log that refuses writes, a
-// store that is locked or damaged, a full disk, and a writer killed mid-change. In every case the
-// result is the documented one (docs/reliability.md), the process goes on, and nothing stored
-// earlier is lost. Last, the soak: thousands of passes hold memory, files and threads flat.
+// Faults a device meets (docs/reliability.md): stops at any moment, an unwritable log, a locked, damaged
+// or full store, a killed writer; the process goes on and keeps what it stored. Then the soak.
 #include <gtest/gtest.h>
 #include <lua.hpp>
 #include <signal.h>
@@ -10,18 +8,11 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
-#include <chrono>
 #include <cstdlib>
-#include <filesystem>
-#include <fstream>
 #include <future>
-#include <iostream>
-#include <mutex>
 #include <random>
-#include <thread>
 
 #include "Control/ScriptManager.h"
-#include "Kernel/EventSimulate.h"
 #include "Kernel/LuaBridge.h"
 #include "Kernel/Recorder.h"
 #include "Managers/DataManager.h"
@@ -45,12 +36,16 @@ namespace {
 
 PlaySettings settingsFor(const std::string& title, long times) {
     PlaySettings settings;
-    settings.setScriptTitle(title);
-    settings.setPlayDirectly(true);
-    settings.setRepeatTime(times);
-    settings.setRepeatInterval(1);
-    settings.setPlaySpeed(1.5f);
+    settings.setScriptTitle(title), settings.setPlayDirectly(true), settings.setRepeatTime(times), settings.setPlaySpeed(1.5f);
     return settings;
+}
+
+// The current settings: a script file played at speed 2.
+void playNext(const fs::path& path, long times, long interval) {
+    auto settings = std::make_shared<PlaySettings>();
+    settings->setScriptTitle(path.filename().string()), settings->setScriptPath(path.string());
+    settings->setRepeatTime(times), settings->setRepeatInterval(interval), settings->setPlaySpeed(2.0f);
+    Global::sharedInstance().setCurrentPlaySettings(settings);
 }
 
 std::vector<std::string> storedTitles() {
@@ -78,15 +73,9 @@ TEST(Faults, AStopAtAThousandRandomPointsAlwaysEndsIdle) {
     std::mt19937 random(20261122);
     std::uniform_int_distribution<int> pick(0, std::size(scripts) - 1), delay(0, 1500);
     for (int point = 0; point < 1000; ++point) {
-        device.clock.clear();
-        device.ports.clear();
+        device.clock.clear(), device.ports.clear();
         writeFile(path, scripts[pick(random)]);
-        auto settings = std::make_shared<PlaySettings>();
-        settings->setScriptTitle("fault.lua");
-        settings->setScriptPath(path.string());
-        settings->setRepeatTime(point % 3);  // until stopped, once, or twice
-        settings->setPlaySpeed(2.0f);
-        Global::sharedInstance().setCurrentPlaySettings(settings);
+        playNext(path, point % 3, 1);  // until stopped, once, or twice
         const int before = finishes;
         ScriptManager::runScript();
         std::this_thread::sleep_for(std::chrono::microseconds(delay(random)));
@@ -127,16 +116,14 @@ TEST(Faults, ALockedStoreFailsAChangeWithinASecondAShortLockOnlyDelaysItAndADama
     sqlite3_close(other);
     EXPECT_EQ(storedTitles(), (std::vector<std::string>{"kept.lua", "late.lua"}));
 
-    // The header overwritten, then all of it garbage: not a database at all, so every operation
-    // fails, and the bytes stay as they were for a rescue.
+    // A broken header, then all garbage: every operation fails and the bytes stay for a rescue.
     for (const std::string& damaged : {"not a database!!" + readFile(file).substr(16), std::string(5000, '\x5a')}) {
         writeFile(file, damaged);
         EXPECT_FALSE(DataManager::initDb());
         EXPECT_FALSE(DataManager::insertPlaySettings(settingsFor("new.lua", 1)));
         DataManager::updateScriptTitleOfPlaySettingsFrom(std::string("kept.lua"), std::string("t1.lua"));
         EXPECT_EQ(DataManager::countPlaySettings(), -1);
-        const auto all = DataManager::findAllPlaySettings();
-        EXPECT_TRUE(!all || all->empty());
+        EXPECT_TRUE(storedTitles().empty());
         DataManager::getActivatorTriggersAll();
         EXPECT_EQ(readFile(file), damaged) << "a damaged store is never removed or replaced";
     }
@@ -171,8 +158,7 @@ TEST(Faults, AFullDiskKeepsTheStoreWholeAndRecordingsEndingOnACompleteLine) {
     const fs::path store = DataManager::dataFilePath();
     startRecording();
     const fs::path recording = *recordingFilePath();
-    HIDEvent touch;  // five fingers: about 150 bytes an event
-    touch.type = kIOHIDEventTypeDigitizer;
+    HIDEvent touch{kIOHIDEventTypeDigitizer, 0, 0, 0, 0, {}};  // five fingers: about 150 bytes an event
     for (std::uint32_t finger = 1; finger <= 5; ++finger)
         touch.children.push_back({finger, 1, kIOHIDDigitizerEventPosition, 0.1 * finger, 0.1 * finger});
 
@@ -188,26 +174,22 @@ TEST(Faults, AFullDiskKeepsTheStoreWholeAndRecordingsEndingOnACompleteLine) {
         touch.timestamp = 24000u * (i + 1);
         handle_events(touch);
     }
-    ::setrlimit(RLIMIT_FSIZE, &previous);
-    ::signal(SIGXFSZ, handler);
+    ::setrlimit(RLIMIT_FSIZE, &previous), ::signal(SIGXFSZ, handler);
     stopRecording();
     EXPECT_GT(refused, 0) << "the limit never bit";
     sqlite3* db = nullptr;
-    sqlite3_stmt* check = nullptr;
+    std::string integrity;
     sqlite3_open_v2(store.c_str(), &db, SQLITE_OPEN_READONLY, nullptr);
-    sqlite3_prepare_v2(db, "PRAGMA integrity_check;", -1, &check, nullptr);
-    EXPECT_EQ(sqlite3_step(check), SQLITE_ROW);
-    EXPECT_STREQ(reinterpret_cast<const char*>(sqlite3_column_text(check, 0)), "ok");
-    sqlite3_finalize(check);
+    sqlite3_exec(db, "PRAGMA integrity_check;", [](void* out, int, char** row, char**) { return *static_cast<std::string*>(out) = row[0], 0; }, &integrity, nullptr);
     sqlite3_close(db);
+    EXPECT_EQ(integrity, "ok");
     const auto titles = storedTitles();
     ASSERT_EQ(static_cast<int>(titles.size()), stored);
     EXPECT_EQ(titles.front(), "kept.lua");
 
     // The recording stops at the last line that fitted, and still loads as a script.
     const std::string text = readFile(recording);
-    ASSERT_FALSE(text.empty());
-    EXPECT_EQ(text.back(), '\n');
+    ASSERT_TRUE(text.ends_with('\n'));
     std::size_t moves = 0;
     for (std::size_t at = text.find("touchMove"); at != std::string::npos; at = text.find("touchMove", at + 1)) ++moves;
     EXPECT_GT(moves, 0u);
@@ -239,13 +221,11 @@ TEST(Faults, AStopThatComesJustBeforeAPassStartsEndsThatPass) {
     EXPECT_EQ(device.log(), "");
 }
 
-// A writer process is killed at random moments while it changes the user defaults and the
-// database; whatever the moment, both must stay readable and hold the old or the new value. The
-// writer is this binary started again with one test selected, a fresh single-threaded process.
+// A writer process (this binary with one test selected) is killed at random moments while it changes
+// the user defaults and the database; both must stay readable and hold the old or the new value.
 constexpr const char* writerVariable = "TACTORA_CRASH_WRITER";  // "<report fd> <only defaults> <root>"
 
-// Runs only inside the writer: writes 1, 2, 3, ... to both stores (or to the defaults alone, whose
-// writes are otherwise a small part of the time), reporting each value once stored, until killed.
+// The writer: stores 1, 2, 3, ... in both stores (or the defaults alone), reporting each once stored.
 TEST(CrashSafetyWriter, WritesUntilKilled) {
     const char* instructions = std::getenv(writerVariable);
     if (!instructions) GTEST_SKIP() << "started by CrashSafety only";
@@ -253,21 +233,16 @@ TEST(CrashSafetyWriter, WritesUntilKilled) {
     std::sscanf(instructions, "%d %d %n", &fd, &onlyDefaults, &rootAt);
     host::HostPaths paths(instructions + rootAt);
     host::FileUserDefaults defaults(paths.map(host::userDefaultsDevicePath));
-    platform().paths = &paths;
-    platform().userDefaults = &defaults;
+    platform().paths = &paths, platform().userDefaults = &defaults;
     for (std::int64_t value = 1;; ++value) {
         defaults.setObject("crash.counter", value);
-        PlaySettings settings;
-        settings.setScriptTitle("counter.lua");
-        settings.setRepeatTime(long(value));
-        if (!onlyDefaults && !DataManager::updatePlaySettings(settings)) std::_Exit(3);
+        if (!onlyDefaults && !DataManager::updatePlaySettings(settingsFor("counter.lua", long(value)))) std::_Exit(3);
         if (::write(fd, &value, sizeof value) != sizeof value) std::_Exit(4);
     }
 }
 
 TEST(CrashSafety, DefaultsAndDatabaseSurviveAWriterKilledAtRandomMoments) {
     tactora::testing::FakeDevice device;
-    const std::string root = device.root.path().string();
     host::FileUserDefaults defaults(device.paths.map(host::userDefaultsDevicePath));
     platform().userDefaults = &defaults;
     fs::create_directories(device.map(devicepaths::libraryDirectory));
@@ -287,7 +262,7 @@ TEST(CrashSafety, DefaultsAndDatabaseSurviveAWriterKilledAtRandomMoments) {
         ASSERT_EQ(::pipe(report), 0);
         const bool onlyDefaults = round % 2 == 1;
         // Set only while the writer starts: the writer test of this process must skip.
-        setenv(writerVariable, (std::to_string(report[1]) + " " + std::to_string(onlyDefaults) + " " + root).c_str(), 1);
+        setenv(writerVariable, (std::to_string(report[1]) + " " + std::to_string(onlyDefaults) + " " + device.root.path().string()).c_str(), 1);
         tactora::testing::Child child({"/proc/self/exe", "--gtest_filter=CrashSafetyWriter.WritesUntilKilled"});
         unsetenv(writerVariable);
         ::close(report[1]);
@@ -301,8 +276,7 @@ TEST(CrashSafety, DefaultsAndDatabaseSurviveAWriterKilledAtRandomMoments) {
         while (::read(report[0], &value, sizeof value) == ssize_t(sizeof value)) last = value;
         ::close(report[0]);
 
-        // The writer counts from 1 again in every round; reported values are complete in both
-        // stores, and at most the one after the last report may also have landed.
+        // Each round counts from 1: the last reported value is stored, or the one after it.
         auto stored = defaults.objectForKey("crash.counter");
         ASSERT_TRUE(stored) << "the defaults file became unreadable in round " << round;
         const std::int64_t inDefaults = std::get<std::int64_t>(*stored);
@@ -323,13 +297,11 @@ TEST(CrashSafety, DefaultsAndDatabaseSurviveAWriterKilledAtRandomMoments) {
         EXPECT_EQ(entry.path().filename().string().find(".tmp."), std::string::npos) << entry.path();
 }
 
-// The soak: one script of touches, colour and image searches and pauses, played pass after pass
-// at speed 2.0 under the runner, with a real receiver in another process. TACTORA_SOAK_PASSES sets
-// the number of passes (scripts/soak.sh runs 10,000).
+// The soak: a script of touches, searches and pauses played pass after pass at speed 2 with a real
+// receiver process. TACTORA_SOAK_PASSES sets the passes (scripts/soak.sh runs 10,000).
 namespace {
 
-// Under a sanitizer freed memory waits in a quarantine, so resident memory says nothing there;
-// leaks are LeakSanitizer's business in that build.
+// Sanitizers keep freed memory in quarantine, so resident memory says nothing there (leaks: LSan).
 #if defined(__SANITIZE_THREAD__)
 constexpr std::uint64_t defaultPasses = 40;
 #elif defined(__SANITIZE_ADDRESS__)
@@ -339,10 +311,7 @@ constexpr std::uint64_t defaultPasses = 300;
 #endif
 constexpr bool memoryIsMeaningful = defaultPasses == 300;
 
-struct Sample {
-    std::uint64_t pass;
-    long rssKb = -1, threads = -1, files;
-};
+struct Sample { std::uint64_t pass; long rssKb, threads, files; };
 
 Sample sample(std::uint64_t pass) {
     // Less the listing's own descriptor.
@@ -368,8 +337,7 @@ TEST(Soak, ThousandsOfPassesKeepMemoryFilesAndThreadsFlat) {
     host::UnixMessagePorts ports{root, nullptr};
     host::SimulatedDisplay display(*host::findDeviceProfile("iphone-se"));
     host::PngCodec codec;
-    // A grey 640 x 1136 screen with a red square at (400, 600) and an 8 x 8 mark of many colours at
-    // (100, 900); the mark, cut from the screen, is the template findImage looks for.
+    // Grey, a red square at (400, 600) and an 8 x 8 mark at (100, 900), findImage's template.
     auto frame = std::make_shared<host::Frame>(host::Frame{std::vector<std::uint8_t>(640 * 1136 * 4, 90), 640, 1136});
     std::vector<std::uint8_t> mark;
     for (std::uint32_t y = 0; y < 1136; ++y)
@@ -382,10 +350,8 @@ TEST(Soak, ThousandsOfPassesKeepMemoryFilesAndThreadsFlat) {
             mark.insert(mark.end(), pixel, pixel + 4);
         }
     display.setFrameSource([frame] { return frame; });
-    platform().clock = &clock;
-    platform().messagePorts = &ports;
-    platform().display = &display;
-    platform().imageCodec = &codec;
+    Platform& p = platform();
+    p.clock = &clock, p.messagePorts = &ports, p.display = &display, p.imageCodec = &codec;
     device.options(true, false, false);
     auto png = codec.encodePng(mark.data(), 8, 8, 32);
     ASSERT_TRUE(png);
@@ -406,13 +372,7 @@ if #mark ~= 1 or mark[1][1] ~= 50 or mark[1][2] ~= 450 then error("mark not foun
 touchDown(2, red[1][1], red[1][2]) usleep(50000) touchUp(2, red[1][1], red[1][2])
 usleep(200000)
 )");
-    auto settings = std::make_shared<PlaySettings>();
-    settings->setScriptTitle("soak.lua");
-    settings->setScriptPath(scriptPath.string());
-    settings->setRepeatTime(long(passes));
-    settings->setRepeatInterval(0);
-    settings->setPlaySpeed(2.0f);
-    Global::sharedInstance().setCurrentPlaySettings(settings);
+    playNext(scriptPath, long(passes), 0);
 
     std::mutex mutex;
     std::vector<Sample> samples;
@@ -425,26 +385,22 @@ usleep(200000)
     ScriptManager::setFinishedObserver([&] { finished = true; });
     ScriptManager::runScript();
     const bool ended = device.loop.runUntil([&] { return finished.load(); }, std::chrono::seconds(passes / 5 + 60));
-    ScriptManager::setPassObserver(nullptr);
-    ScriptManager::setFinishedObserver(nullptr);
+    ScriptManager::setPassObserver(nullptr), ScriptManager::setFinishedObserver(nullptr);
     if (!ended) ScriptManager::stopPlaying();
     device.queues.join();
     ASSERT_TRUE(ended) << "the passes did not end in time";
 
     EXPECT_EQ(device.log(), "") << "a pass failed";
     EXPECT_GE(display.captureCount(), 2 * passes);
-    std::cout << "soak: " << passes << " passes\n      pass  rss_kb  fds  threads\n";
+    std::printf("soak: %llu passes\n      pass  rss_kb  fds  threads\n", (unsigned long long)passes);
     for (const Sample& s : samples) std::printf("%10llu %7ld %4ld %8ld\n", (unsigned long long)s.pass, s.rssKb, s.files, s.threads);
     ASSERT_GE(samples.size(), 10u);
-    // After the first tenth (allocator pools and caches warm up), nothing may grow: descriptors
-    // and threads stay exactly as they were, memory within 2 MB or 5 %.
+    // After warm-up (the first tenth) descriptors and threads stay exact, memory within 2 MB or 5 %.
     const Sample warm = samples[2];
     for (const Sample& s : samples) {
         if (s.pass <= warm.pass) continue;
         EXPECT_EQ(s.files, warm.files) << "pass " << s.pass;
         EXPECT_EQ(s.threads, warm.threads) << "pass " << s.pass;
     }
-    if (memoryIsMeaningful) {
-        EXPECT_LE(samples.back().rssKb - warm.rssKb, std::max(2048L, warm.rssKb / 20)) << "memory grew";
-    }
+    if (memoryIsMeaningful) { EXPECT_LE(samples.back().rssKb - warm.rssKb, std::max(2048L, warm.rssKb / 20)) << "memory grew"; }
 }

@@ -1,17 +1,12 @@
-// The recorder's text from HID events, then the whole way: `tactora record` writes a script from
-// input events, `tactora run` plays it when asked through its control API, and the receiver's HID
-// trace shows where and when the fingers went.
+// The recorder's text from HID events, then the whole way: `tactora record` writes a script, `tactora
+// run` plays it through its control API, and the receiver's trace shows where and when fingers went.
 #include <gtest/gtest.h>
 #include <httplib.h>
 #include <nlohmann/json.hpp>
 
 #include <cstdlib>
-#include <fstream>
-#include <sstream>
-#include <thread>
 
 #include "Kernel/Recorder.h"
-#include "Models/Global.h"
 #include "RuntimeFakes.h"
 #include "ToolProcess.h"
 
@@ -182,10 +177,8 @@ TEST(RecordPlayback, PlayingARecordingRepeatsThePositionsAndPausesOfTheInput) {
             EXPECT_EQ((*seen)["touch"].get<bool>(), phase != "up") << "step " << i;
         }
         if (i == 0) continue;
-        // The receiver stamps a hand when the sync arrives, and the player sleeps only after the
-        // sync was answered: the gap in the trace can never be shorter than the recorded pause.
-        // A busy machine only lengthens it, so the upper bound is loose; the pauses differ enough
-        // that one played twice or taken from another step still fails.
+        // The player sleeps only after the receiver stamped the sync, so no gap is shorter than its
+        // pause; the loose upper bound still fails a pause played twice or taken from another step.
         const double pause = steps[i].first - steps[i - 1].first;
         const double played = hands[i]["t_us"].get<double>() - hands[i - 1]["t_us"].get<double>();
         EXPECT_GE(played, pause - 1) << "pause before step " << i;
