@@ -26,12 +26,13 @@ FileTail::~FileTail() {
 }
 
 void FileTail::run() {
+    // Each look comes one interval after the one before, the first one interval after the start,
+    // so a tail with a long interval moves only when poll() is called (the tests rely on it).
     std::unique_lock lock(stopMutex_);
-    while (!stopping_) {
+    while (!stopSignal_.wait_for(lock, interval_, [this] { return stopping_; })) {
         lock.unlock();
         poll();
         lock.lock();
-        stopSignal_.wait_for(lock, interval_, [this] { return stopping_; });
     }
 }
 
