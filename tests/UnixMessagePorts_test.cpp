@@ -132,15 +132,13 @@ TEST(UnixMessagePorts, CarryRequestsOptionsAndTouchesToOneServerPerNameOrReceive
     UnixMessagePorts otherProcessView(root.path() + "/", &main.loop());
     EXPECT_EQ(otherProcessView.createLocal("name", handler), nullptr);
     EXPECT_EQ(ask(ports, "name", 1, {}), Bytes{9});
-    struct stat runInfo {}, socketInfo {};
+    struct stat runInfo {}, socketInfo {};  // the runtime directory is private
     ASSERT_EQ(::stat(run.c_str(), &runInfo) | ::stat(path.c_str(), &socketInfo), 0);
-    EXPECT_EQ(runInfo.st_mode & 0777, 0700u) << "the runtime directory is private";
-    EXPECT_EQ(socketInfo.st_mode & 0777, 0600u);
+    EXPECT_EQ(std::pair(runInfo.st_mode & 0777, socketInfo.st_mode & 0777), std::pair(0700u, 0600u));
     EXPECT_EQ(ports.createLocal("../escape", handler), nullptr);
 
     auto remote = ports.createRemote("name");
-    ASSERT_TRUE(remote);
-    EXPECT_TRUE(remote->isValid());
+    ASSERT_TRUE(remote && remote->isValid());
     first.reset();
     EXPECT_FALSE(remote->isValid());
     EXPECT_EQ(remote->sendRequest(1, {}, 1.0, 1.0, nullptr), SendStatus::isInvalid);
@@ -264,12 +262,8 @@ TEST(UnixMessagePorts, CarryRequestsOptionsAndTouchesToOneServerPerNameOrReceive
             sent += "\n";
         }
         const std::string command = std::string(TACTORA_SOURCE_DIR "/scripts/device/port-message.py --dry-run ") + arguments;
-        std::string dryRun;
-        FILE* pipe = popen(("python3 " + command + " 2>&1").c_str(), "r");
-        ASSERT_TRUE(pipe);
-        for (char line[512]; std::fgets(line, sizeof line, pipe);) dryRun += line;
-        EXPECT_EQ(pclose(pipe), 0) << command;
-        EXPECT_EQ(dryRun, sent) << command;
+        EXPECT_EQ(Child({"/bin/sh", "-c", "python3 " + command + " >'" + root.file("dry-run") + "' 2>&1"}).wait(), 0);
+        EXPECT_EQ(readFile(root.file("dry-run")), sent) << command;
     }
     E::resetConnection();
 
