@@ -1,13 +1,11 @@
-// The desktop tool as a user meets it: scripts play by title through a real receiver; settings,
-// encryption and every example of the script API's documentation work as written; every command
-// line that goes wrong says what went wrong, ends with a status a build script can test (0 done,
-// 1 failed, 2 misused) and changes nothing; nothing done in the user's name happens silently.
+// The desktop tool as a user meets it: every documented example works as written; a command line that
+// goes wrong says why, exits 1 (failed) or 2 (misused) and changes nothing; nothing happens silently.
 #include <gtest/gtest.h>
 #include <zlib.h>
 
-#include <algorithm>
 #include <filesystem>
 #include <regex>
+#include <set>
 #include <string>
 #include <vector>
 
@@ -138,8 +136,7 @@ TEST_F(CommandLine, ScriptsPlayByTitleThroughTheReceiverWithOneAlertFormatAndFee
     expectIn(verbose.err, {"[vibrate]"});
     expectIn(log(), {"dot lua ran"});
 
-    // The simulator takes a picture of another device as the choice of it, and explains the
-    // feedback where it prints it.
+    // A picture of another device chooses that device; feedback is explained where it is printed.
     writeFile(here() / "eight.png", solidPng(750, 1334, 0x102030));
     ToolRun sim = tool("sim --scene eight.png --headless --run alerting.lua");
     EXPECT_EQ(sim.exitCode, 0) << sim.err;
@@ -177,8 +174,7 @@ TEST_F(CommandLine, DesktopPathsInScriptsAreExplainedOncePerPathOnAScreenThatFit
     expectIn(log(), {"colour 102030"});
     EXPECT_EQ(countOf(run.err, "findImage(\"" + icon + "\")"), 1u) << run.err;
     EXPECT_EQ(countOf(run.err, "screenshotRegion(\"" + shot + "\")"), 1u) << run.err;
-    // Where it was looked for, and what to do about it; a file missing under the root and on the
-    // desktop alike is simply missing.
+    // Where it was looked for and what to do; a file missing on the desktop too is simply missing.
     expectIn(run.err,
              {(device.root.path() / here().relative_path() / "icon.png").string(), "rootDir() .. \"icon.png\""});
     EXPECT_EQ(run.err.find("none.png"), std::string::npos) << run.err;
@@ -198,11 +194,7 @@ TEST_F(Tool, EncryptsAndDecryptsWithEveryWayOfGivingThePasswordAndLeavesNothingO
     ASSERT_EQ(tool("decrypt data.bin.e", "TACTORA_PASSWORD='pässwörd'").exitCode, 0);
     EXPECT_EQ(crypttest::readFile(directory.file("data.bin")), plain);
 
-    auto names = [&] {
-        std::vector<fs::path> out{fs::directory_iterator(here()), fs::directory_iterator()};
-        std::sort(out.begin(), out.end());
-        return out;
-    };
+    auto names = [&] { return std::set<fs::path>(fs::directory_iterator(here()), fs::directory_iterator()); };
     crypttest::writeFile(directory.file("junk.e"), Bytes(200, 9));
     crypttest::writeFile(directory.file("short.e"), Bytes(40, 3));
     const auto before = names();
@@ -221,8 +213,7 @@ TEST_F(Tool, EncryptsAndDecryptsWithEveryWayOfGivingThePasswordAndLeavesNothingO
 TEST_F(Tool, SettingsAreStoredChangedThroughTheSettingsMessageAndListedWithTheScripts) {
     ASSERT_EQ(tool("settings --script a.lua --repeat 3 --interval 2 --speed 1.55 --play-directly on").exitCode, 0);
     ASSERT_EQ(tool("settings --script a.lua --speed 1.9").exitCode, 0);
-    // The panel's own limits are taken; a script's first settings start from once, a second
-    // apart, at normal speed.
+    // The panel's limits are taken; first settings start from once, a second apart, at normal speed.
     expectIn(tool("settings --script ran.lua --speed 0.1 --interval 1000000 --repeat 0").out, {"1000000s    0.1"});
     ASSERT_EQ(tool("settings --script b.lua --repeat 1000001").exitCode, 0);
     auto values = [](const char* title) {
@@ -281,8 +272,7 @@ TEST_F(ScriptApi, EveryExampleOfTheDocsRunsAsWrittenAndIgnoreColorsMeansWhatItSa
     writeFile(scripts() / "helpers.lua", "return {}");
     writeFile(scripts() / "icon.png", solidPng(8, 8, 0x4BD863));
     writeFile(scripts() / "ok-button.png", solidPng(8, 8, 0xFFFFFF));
-    // On a white screen with one red pixel, an all-white template matches at the corner only
-    // when red is ignored, and only a table says so.
+    // A white template matches the corner of a white screen's one red pixel only when a table ignores red.
     std::vector<std::uint8_t> screen(std::size_t(640) * 1136 * 4, 0xFF);
     screen[1] = screen[2] = 0;
     auto picture = host::PngCodec().encodePng(screen.data(), 640, 1136, 640 * 4);
@@ -332,8 +322,7 @@ TEST_F(ScriptApi, EveryExampleOfTheDocsRunsAsWrittenAndIgnoreColorsMeansWhatItSa
 }
 
 TEST(PngCodec, SixteenBitPicturesKeepTheHighByteOfEachSample) {
-    // One row of 16-bit samples (colour type 2 RGB, 4 gray + alpha, 6 RGBA), without gamma, as
-    // image editors write them.
+    // One row of 16-bit samples (colour type 2 RGB, 4 gray + alpha, 6 RGBA), as image editors write them.
     auto png = [](int colorType, const std::vector<std::uint16_t>& samples, std::uint32_t width) {
         auto be32 = [](std::uint32_t v) { return std::string{char(v >> 24), char(v >> 16), char(v >> 8), char(v)}; };
         auto chunk = [&](const std::string& type, const std::string& data) {

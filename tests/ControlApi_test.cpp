@@ -1,6 +1,5 @@
-// The SpringBoard host as programs reach it: the control API and the simulator's server, the event
-// registry behind them, the input lines the API takes, and what other sites and scripts cannot reach
-// (a shell, files outside the scripts directory).
+// The SpringBoard host as programs reach it (control API, simulator server, event registry, input
+// lines), and what other sites and scripts cannot reach: a shell, files outside the scripts directory.
 #include <gtest/gtest.h>
 #include <httplib.h>
 
@@ -69,8 +68,7 @@ TEST(ControlApi, LocalProgramsDriveThePanelsOverHttpAndTheSimulatorServesOnlyIts
     EXPECT_EQ(post("/api/alert/button", {{"index", 1}})["state"]["alerts"], json::array());
     EXPECT_EQ(post("/api/alert/button", {{"index", 0}})["status"], 409);
 
-    // Only local programs (no browser headers) and its own pages reach the control API; only its
-    // own page reaches the simulator. Both refuse other sites and other names for this machine.
+    // Local programs and its own pages reach the control API, only its own page the simulator.
     struct Case {
         const char *host, *origin, *fetchSite;
         bool api, simulator;

@@ -1,5 +1,4 @@
-// Message ports between processes: the Unix-socket ports themselves, the settings port, the
-// receiver process that serves injection, and the device-side port tool's wire format.
+// Unix-socket message ports, the settings port, the receiver process and the device port tool's wire format.
 #include "host/UnixMessagePorts.h"
 
 #include <fcntl.h>
@@ -86,8 +85,7 @@ TEST(UnixMessagePorts, CarryRequestsOptionsAndTouchesToOneServerPerNameOrReceive
     }
     EXPECT_EQ(ask(ports, "echo", -2, {}), Bytes{0xFE});
 
-    // A client that announces an absurd length, one that leaves before its reply, one that stops
-    // half-way through a header: the server hangs up on the first and goes on serving.
+    // A client announcing an absurd length is hung up on; one leaving early or stalling blocks no one.
     const std::string echo = *socketPathFor(root.path(), "echo");
     const std::uint8_t absurd[8] = {2, 0, 0, 0, 0xFF, 0xFF, 0xFF, 0xFF}, request[8] = {2};
     int liar = rawSocketAt(echo, false), leaver = rawSocketAt(echo, false), stutter = rawSocketAt(echo, false);
@@ -176,8 +174,7 @@ TEST(UnixMessagePorts, CarryRequestsOptionsAndTouchesToOneServerPerNameOrReceive
     Child child({TACTORA_CLI, "--root", root.path(), "--device", "iphone-se", "receiver", "--watch-fd",
                  std::to_string(lifeline[0])});
     close(lifeline[0]);
-    const auto begin = steady_clock::now();
-    while (!receiverAnswers(root.path(), 0.1) && steady_clock::now() - begin < std::chrono::seconds(5))
+    for (int i = 0; i < 500 && !receiverAnswers(root.path(), 0.1); ++i)
         std::this_thread::sleep_for(std::chrono::milliseconds(10));
 
     // A second caller finds the running receiver and leaves it alone; a second receiver refuses.
@@ -222,8 +219,7 @@ TEST(UnixMessagePorts, CarryRequestsOptionsAndTouchesToOneServerPerNameOrReceive
     EXPECT_EQ(child.wait(std::chrono::seconds(5)), 0) << "the receiver must end, and end well";
     EXPECT_FALSE(std::filesystem::exists(*socketPathFor(root.path(), injectionPortName)));
 
-    // One started here writes the trace it is given. Killed under a sender, it only fails the sends
-    // until the next one takes its name over; one that is stopped ends well.
+    // One started here traces where told; killed, it fails sends only until the next takes its name over.
     const std::string traceFile = root.path() + "/trace.jsonl";
     auto receiver = ensureReceiver(root.path(), "iphone-se", traceFile, error, {TACTORA_CLI});
     ASSERT_TRUE(receiver) << error;
@@ -239,8 +235,7 @@ TEST(UnixMessagePorts, CarryRequestsOptionsAndTouchesToOneServerPerNameOrReceive
     EXPECT_TRUE(WIFEXITED(status) && WEXITSTATUS(status) == 0) << status;
     E::resetConnection();
 
-    // The device-side port tool (scripts/device/port-message.py) speaks the same wire format: its dry
-    // run ("PORT ID HEX" a line) is what EventSimulate sends for the same gesture.
+    // The device port tool's dry run ("PORT ID HEX" a line) is what EventSimulate sends for the gesture.
     RecordingPorts recording;
     platform().messagePorts = &recording;
     const std::pair<const char*, std::function<void()>> gestures[] = {
