@@ -268,17 +268,16 @@ TEST_F(ScriptApi, EveryExampleOfTheDocsRunsAsWrittenAndIgnoreColorsMeansWhatItSa
     ASSERT_GE(fromReadme, 20u);
     ASSERT_GE(examples.size() - fromReadme, 8u);
     // The files the examples name as the author's own, beside the scripts.
-    writeFile(scripts() / "common.lua", "common = true");
-    writeFile(scripts() / "helpers.lua", "return {}");
-    writeFile(scripts() / "icon.png", solidPng(8, 8, 0x4BD863));
-    writeFile(scripts() / "ok-button.png", solidPng(8, 8, 0xFFFFFF));
+    for (const auto& [name, text] : {std::pair{"common.lua", std::string("common = true")}, {"helpers.lua", "return {}"},
+                                     {"icon.png", solidPng(8, 8, 0x4BD863)}, {"ok-button.png", solidPng(8, 8, 0xFFFFFF)},
+                                     {"white.png", solidPng(2, 2, 0xFFFFFF)}})
+        writeFile(scripts() / name, text);
     // A white template matches the corner of a white screen's one red pixel only when a table ignores red.
     std::vector<std::uint8_t> screen(std::size_t(640) * 1136 * 4, 0xFF);
     screen[1] = screen[2] = 0;
     auto picture = host::PngCodec().encodePng(screen.data(), 640, 1136, 640 * 4);
     ASSERT_TRUE(picture);
     writeFile(here() / "screen.png", std::string(picture->begin(), picture->end()));
-    writeFile(scripts() / "white.png", solidPng(2, 2, 0xFFFFFF));
     const std::string ignoring =
         "local function corner(ignore) local ok, hits = pcall(findImage, {imagePath = rootDir() .. 'white.png', "
         "ignoreColors = ignore}) if not ok then return tostring(hits) end for _, p in ipairs(hits) do "
@@ -327,15 +326,13 @@ TEST(PngCodec, SixteenBitPicturesKeepTheHighByteOfEachSample) {
         auto be32 = [](std::uint32_t v) { return std::string{char(v >> 24), char(v >> 16), char(v >> 8), char(v)}; };
         auto chunk = [&](const std::string& type, const std::string& data) {
             const std::string body = type + data;
-            return be32(std::uint32_t(data.size())) + body +
-                   be32(std::uint32_t(crc32(0, reinterpret_cast<const Bytef*>(body.data()), uInt(body.size()))));
+            return be32(data.size()) + body + be32(crc32(0, reinterpret_cast<const Bytef*>(body.data()), body.size()));
         };
         std::string row(1, '\0');  // filter: none
         for (std::uint16_t sample : samples) row += {char(sample >> 8), char(sample)};
-        uLongf size = compressBound(uLong(row.size()));
+        uLongf size = compressBound(row.size());
         std::string compressed(size, '\0');
-        compress(reinterpret_cast<Bytef*>(compressed.data()), &size, reinterpret_cast<const Bytef*>(row.data()),
-                 uLong(row.size()));
+        compress(reinterpret_cast<Bytef*>(compressed.data()), &size, reinterpret_cast<const Bytef*>(row.data()), row.size());
         compressed.resize(size);
         return std::string("\x89PNG\r\n\x1a\n", 8) +
                chunk("IHDR", be32(width) + be32(1) + std::string{16, char(colorType), 0, 0, 0}) +

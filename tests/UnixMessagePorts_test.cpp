@@ -111,9 +111,9 @@ TEST(UnixMessagePorts, CarryRequestsOptionsAndTouchesToOneServerPerNameOrReceive
     const std::pair<std::int32_t, Bytes> messages[] = {
         {4, {0, 0, 0, 0}}, {5, {0, 0, 0, 0}}, {6, {0, 0, 0, 0}}, {6, Bytes(8, 1)}, {4, {0, 1, 0, 0}}};
     for (const auto& [id, data] : messages) EXPECT_TRUE(ask(ports, settingsPortName, id, data).empty());
-    EXPECT_TRUE(Helper::ifShowPlayFinishedAlert()) << "256 is not 0";
-    EXPECT_FALSE(Helper::ifShowErrorsByAlert());
-    EXPECT_FALSE(Helper::ifLogErrors()) << "a message of the wrong length is ignored";
+    // 256 is not 0, and a message of the wrong length is ignored.
+    EXPECT_EQ(std::tuple(Helper::ifShowPlayFinishedAlert(), Helper::ifShowErrorsByAlert(), Helper::ifLogErrors()),
+              std::tuple(true, false, false));
 
     // One server per name, in a private directory; here a dead server left its socket in an open one.
     auto handler = [](std::int32_t, std::span<const std::uint8_t>) { return Bytes{9}; };
