@@ -49,9 +49,8 @@ using Tool = CommandLine;
 using ScriptApi = CommandLine;
 
 TEST_F(CommandLine, EveryMistakeIsNamedAndEndsWithItsStatusAndChangesNothing) {
-    writeFile(scripts() / "syntax.lua", "log(");
-    writeFile(scripts() / "runtime.lua", "error('boom')");
-    writeFile(scripts() / "notes.txt", "log('x')");
+    for (const auto& [name, text] : {std::pair{"syntax.lua", "log("}, {"runtime.lua", "error('boom')"}, {"notes.txt", "log('x')"}})
+        writeFile(scripts() / name, text);
     ASSERT_EQ(tool("encrypt secret.lua --password pw").exitCode, 0);
     fs::copy_file(here() / "secret.lua.e", scripts() / "secret.lua.e");
     writeFile(here() / "secret.lua", "the only copy");
@@ -127,8 +126,7 @@ TEST_F(CommandLine, ScriptsPlayByTitleThroughTheReceiverWithOneAlertFormatAndFee
     EXPECT_EQ(countOf(log(), " alerting ran 320\n"), 2u) << log();
     expectIn(quiet.out, {"alert #2: hi [0: OK]\n", "alert #3: Tactora - Playing Finished! [0: OK]\n"});
     EXPECT_EQ(quiet.err.find("vibrate"), std::string::npos) << quiet.err;
-    ASSERT_EQ(tool("encrypt secret.lua --password right").exitCode, 0);
-    fs::rename(here() / "secret.lua.e", scripts() / "secret.lua.e");
+    ASSERT_EQ(tool("encrypt secret.lua --password right -o '" + (scripts() / "secret.lua.e").string() + "'").exitCode, 0);
     EXPECT_EQ(tool("play secret.lua.e --repeat 2 --interval 0", "TACTORA_PASSWORD=right").exitCode, 0);
     EXPECT_EQ(countOf(log(), "the secret ran"), 2u) << log();
     ToolRun verbose = tool("--verbose play .lua");

@@ -53,8 +53,8 @@ test('every script tool is reached with Tab and has a name a screen reader reads
     await page.keyboard.press('Tab');
     const id = await page.evaluate(() => document.activeElement.id);
     if (tools.includes(id) && !reached.has(id)) {
-      const node = await page.accessibility.snapshot({ root: await page.evaluateHandle(() => document.activeElement), interestingOnly: false });
-      reached.set(id, node && node.name);
+      const focused = await page.evaluateHandle(() => document.activeElement);
+      reached.set(id, (await page.accessibility.snapshot({ root: focused, interestingOnly: false }))?.name);
     }
   }
   assert.deepEqual(tools.filter((id) => !reached.has(id)), [], 'not reached with Tab');
@@ -181,14 +181,12 @@ test('cuts a template, finds it once where it was cut, and `tactora play` finds 
   await page.screenshot({ path: path.join(artifacts, 'simulator-searching.png'), clip: toolsArea });
 
   // The command line finds the page's template at the same place on the same screen.
-  writeFileSync(path.join(root, 'find.lua'),
-    'local found = findImage{imagePath = rootDir() .. "demo-button.png", fuzzy = 1}\n' +
-    'local out = io.open(rootDir() .. "found.txt", "w")\n' +
-    'for _, p in ipairs(found) do out:write(p[1], ",", p[2], "\\n") end\n' +
+  writeFileSync(path.join(root, 'find.lua'), 'local out = io.open(rootDir() .. "found.txt", "w")\n' +
+    'for _, p in ipairs(findImage{imagePath = rootDir() .. "demo-button.png", fuzzy = 1}) do out:write(p[1], ",", p[2], "\\n") end\n' +
     'out:close()\n');
   execFileSync(tactora, ['--root', root, '--screen', path.join(scene, 'home.png'), 'play', path.join(root, 'find.lua')]);
-  const found = readFileSync(path.join(scripts, 'found.txt'), 'utf8').trim().split('\n');
-  assert.deepEqual(found.map((p) => p.split(',').map(Number)), [[96, 114]]);
+  const found = readFileSync(path.join(scripts, 'found.txt'), 'utf8').trim().split('\n').map((p) => p.split(',').map(Number));
+  assert.deepEqual(found, [[96, 114]]);
 });
 
 test('runs a script from the editor and shows its error at its line', async () => {
