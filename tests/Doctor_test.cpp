@@ -18,36 +18,14 @@ namespace fs = std::filesystem;
 using namespace tactora;
 using namespace tactora::testing;
 
-namespace {
-
-const std::vector<std::string> everyCheck = {"receiver", "capture", "template", "scripts",
-                                             "store",    "activator", "system"};
-
-// The text report has a line of `verdict` for `check` that holds `words`.
-bool hasLine(const std::string& report, const std::string& verdict, const std::string& check,
-             const std::string& words = "") {
-    return std::regex_search(report, std::regex("(^|\n)" + verdict + " " + check + " .*" + words));
-}
-
-// `tactora doctor --json` on `root`: whether it passed and its checks, from standard output alone.
-std::pair<bool, std::vector<SelfTestCheck>> doctorJson(const ScratchDirectory& root, int exitCode) {
-    ToolRun run = runTool("--root '" + root.path().string() + "' doctor --json");
-    EXPECT_EQ(run.exitCode, exitCode) << run.err;
-    auto parsed = nlohmann::json::parse(run.out, nullptr, false);
-    EXPECT_FALSE(parsed.is_discarded()) << run.err;
-    std::vector<SelfTestCheck> checks;
-    if (parsed.is_discarded()) return {exitCode == 0, checks};
-    for (const auto& c : parsed["checks"])
-        checks.push_back({c["name"].get<std::string>(), c["passed"].get<bool>(), c["value"].get<std::string>(),
-                          c["cause"].get<std::string>()});
-    return {parsed["passed"].get<bool>(), checks};
-}
-
-}  // namespace
-
 TEST(Doctor, AFreshRootPassesEveryCheckAndEachBrokenSetupFailsItsOwnWithItsCauseWhileTheOthersStillRun) {
     const std::string store = "var/mobile/Library/Tactora/Library/data.sqlite3";
     const std::string damaged(4096, 'x');
+    const std::vector<std::string> everyCheck = {"receiver", "capture", "template", "scripts", "store", "activator", "system"};
+    // The text report has a line of `verdict` for `check` that holds `words`.
+    auto hasLine = [](const std::string& report, const std::string& verdict, const std::string& check, const char* words) {
+        return std::regex_search(report, std::regex("(^|\n)" + verdict + " " + check + " .*" + words));
+    };
     // A file (or, without text, a directory) where the check's own file or directory belongs.
     const struct {
         std::string path;
@@ -84,12 +62,17 @@ TEST(Doctor, AFreshRootPassesEveryCheckAndEachBrokenSetupFailsItsOwnWithItsCause
                 << text.out;
         }
         // A second run finds the receiver and the store the first one left.
-        auto [passed, checks] = doctorJson(root, broken);
-        EXPECT_EQ(std::pair(passed, checks.size()), std::pair(!broken, everyCheck.size()));
+        ToolRun run = runTool("--root '" + root.path().string() + "' doctor --json");
+        EXPECT_EQ(run.exitCode, int(broken)) << run.err;
+        auto report = nlohmann::json::parse(run.out, nullptr, false);
+        ASSERT_FALSE(report.is_discarded()) << run.err;
+        EXPECT_EQ(std::pair(report["passed"].get<bool>(), report["checks"].size()), std::pair(!broken, everyCheck.size()));
         int failedWithCause = 0;
-        for (std::size_t i = 0; i < checks.size(); ++i) {
-            const SelfTestCheck& check = checks[i];
-            EXPECT_EQ(check.name, everyCheck[i]);
+        for (std::size_t i = 0; i < report["checks"].size(); ++i) {
+            const auto& c = report["checks"][i];
+            const SelfTestCheck check{c["name"].get<std::string>(), c["passed"].get<bool>(), c["value"].get<std::string>(),
+                                      c["cause"].get<std::string>()};
+            EXPECT_EQ(check.name, everyCheck.at(i));
             // Checks that do not depend on what was broken still run and pass.
             const bool independent = check.name == "capture" || check.name == "template" || check.name == "system";
             EXPECT_TRUE((broken && !independent) || (check.passed && !check.value.empty() && check.cause.empty()))

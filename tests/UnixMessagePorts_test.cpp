@@ -32,37 +32,30 @@ namespace fs = std::filesystem;
 using Bytes = std::vector<std::uint8_t>;
 using E = EventSimulate;
 
-namespace {
-
-// A socket at a port's address that the test drives by hand.
-int rawSocketAt(const std::string& path, bool listening) {
-    int fd = ::socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0);
-    sockaddr_un address{};
-    address.sun_family = AF_UNIX;
-    std::strncpy(address.sun_path, path.c_str(), sizeof address.sun_path - 1);
-    auto* at = reinterpret_cast<sockaddr*>(&address);
-    EXPECT_EQ(listening ? ::bind(fd, at, sizeof address) : ::connect(fd, at, sizeof address), 0) << std::strerror(errno);
-    EXPECT_TRUE(!listening || ::listen(fd, 8) == 0);
-    return fd;
-}
-
-// A request through a fresh connection, which must be answered.
-Bytes ask(UnixMessagePorts& ports, const std::string& name, std::int32_t id, const Bytes& payload) {
-    auto remote = ports.createRemote(name);
-    Bytes reply{0xEE};
-    EXPECT_TRUE(remote && remote->sendRequest(id, payload, 1.0, 2.0, &reply) == SendStatus::success) << name;
-    return reply;
-}
-
-json readTrace(const std::string& path) {
-    json trace = json::array();
-    for (const std::string& line : lines(readFile(path))) trace.push_back(json::parse(line));
-    return trace;
-}
-
-}  // namespace
-
 TEST(UnixMessagePorts, CarryRequestsOptionsAndTouchesToOneServerPerNameOrReceiverProcessWhateverPeersDo) {
+    // A socket at a port's address that the test drives by hand.
+    auto rawSocketAt = [](const std::string& path, bool listening) {
+        int fd = ::socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0);
+        sockaddr_un address{};
+        address.sun_family = AF_UNIX;
+        std::strncpy(address.sun_path, path.c_str(), sizeof address.sun_path - 1);
+        auto* at = reinterpret_cast<sockaddr*>(&address);
+        EXPECT_EQ(listening ? ::bind(fd, at, sizeof address) : ::connect(fd, at, sizeof address), 0) << std::strerror(errno);
+        EXPECT_TRUE(!listening || ::listen(fd, 8) == 0);
+        return fd;
+    };
+    // A request through a fresh connection, which must be answered.
+    auto ask = [](UnixMessagePorts& ports, const std::string& name, std::int32_t id, const Bytes& payload) {
+        auto remote = ports.createRemote(name);
+        Bytes reply{0xEE};
+        EXPECT_TRUE(remote && remote->sendRequest(id, payload, 1.0, 2.0, &reply) == SendStatus::success) << name;
+        return reply;
+    };
+    auto readTrace = [](const std::string& path) {
+        std::vector<json> trace;
+        for (const std::string& line : lines(readFile(path))) trace.push_back(json::parse(line));
+        return json(trace);
+    };
     TempRoot root;
     LoopThread main;
     UnixMessagePorts ports(root.path(), &main.loop());

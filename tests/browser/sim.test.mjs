@@ -25,8 +25,7 @@ after(async () => (await simulator?.catch(() => null))?.close());
 const overlay = () => page.locator('#overlay');
 
 async function holdVolumeDown() {
-  const button = page.locator('#volume-down');
-  const box = await button.boundingBox();
+  const box = await page.locator('#volume-down').boundingBox();
   await page.mouse.move(box.x + box.width / 2, box.y + box.height / 2);
   await page.mouse.down();
   await page.waitForTimeout(800);
