@@ -54,11 +54,7 @@ TEST_F(CommandLine, EveryMistakeIsNamedAndEndsWithItsStatusAndChangesNothing) {
     ASSERT_EQ(tool("encrypt secret.lua --password pw").exitCode, 0);
     fs::copy_file(here() / "secret.lua.e", scripts() / "secret.lua.e");
     writeFile(here() / "secret.lua", "the only copy");
-    struct Case {
-        std::string arguments;
-        int exitCode;
-        std::vector<std::string> errors;  // each is in standard error
-    };
+    struct Case { std::string arguments; int exitCode; std::vector<std::string> errors; };  // each error is in stderr
     std::vector<Case> cases = {
         // A failed pass fails the command, so that a build can depend on a script.
         {"play syntax.lua", 1, {"1 pass of syntax.lua ended in an error"}},
@@ -67,19 +63,15 @@ TEST_F(CommandLine, EveryMistakeIsNamedAndEndsWithItsStatusAndChangesNothing) {
         {"sim --headless --run nothing.lua", 1, {"no such script: nothing.lua"}},
         // A title is looked for in the scripts directory.
         {"play nothing.lua", 2, {"no such script: nothing.lua", "tactora scripts lists them"}},
-        {"play notes.txt", 2, {"must end in .lua or .e"}},
-        {"play secret.lua.e", 2, {"needs its password"}},
+        {"play notes.txt", 2, {"must end in .lua or .e"}}, {"play secret.lua.e", 2, {"needs its password"}},
         {"play secret.lua.e --password wrong", 2, {"cannot decrypt secret.lua.e"}},
         {"bogus", 2, {"unknown command \"bogus\"", "the commands are: ", "play", "decrypt"}},
-        {"", 2, {"no command given", "play"}},
-        {"play", 2, {"script is required"}},
+        {"", 2, {"no command given", "play"}}, {"play", 2, {"script is required"}},
         {"play alerting.lua --repeat many", 2, {"--repeat"}},
         {"settings --script \"it's.lua\" --repeat 1", 1, {"titles with an apostrophe cannot be"}},
-        {"settings --script ../a.lua", 2, {"not a path"}},
-        {"settings --repeat 4", 2, {}},
+        {"settings --script ../a.lua", 2, {"not a path"}}, {"settings --repeat 4", 2, {}},
         {"settings --script a.lua --play-directly maybe", 2, {"--play-directly"}},
-        {"settings --set log-errors=no", 2, {"log-errors"}},
-        {"settings --set verbose=on", 2, {"verbose"}},
+        {"settings --set log-errors=no", 2, {"log-errors"}}, {"settings --set verbose=on", 2, {"verbose"}},
         // Pictures that do not fit the device are refused with both sizes.
         {"--screen odd.png play alerting.lua", 2, {"odd.png is 100x50 pixels", "640x1136"}},
         {"sim --scene odd.png --headless --run alerting.lua", 2, {"100x50", "640x1136", "--device"}},
@@ -87,12 +79,10 @@ TEST_F(CommandLine, EveryMistakeIsNamedAndEndsWithItsStatusAndChangesNothing) {
         {"decrypt secret.lua.e --password pw", 1, {"secret.lua already exists", "--force"}},
     };
     // Play and settings take only what the phone's play settings panel can give.
-    const struct {
-        std::string option, range;
-        std::vector<std::string> values;
-    } outOfRange[] = {{"--speed", "a number from 0.1 to 1.9", {"0.09", "1.91", "nan", "1x"}},
-                      {"--interval", "whole seconds from 0 to 1000000", {"-1", "1000001", "1.5"}},
-                      {"--repeat", "a whole number, 0 or more", {"-1", "inf", "99999999999999999999"}}};
+    const struct { std::string option, range; std::vector<std::string> values; } outOfRange[] = {
+        {"--speed", "a number from 0.1 to 1.9", {"0.09", "1.91", "nan", "1x"}},
+        {"--interval", "whole seconds from 0 to 1000000", {"-1", "1000001", "1.5"}},
+        {"--repeat", "a whole number, 0 or more", {"-1", "inf", "99999999999999999999"}}};
     for (const auto& limit : outOfRange)
         for (const auto& value : limit.values)
             for (const char* command : {"settings --script alerting.lua ", "play alerting.lua "})
@@ -336,10 +326,8 @@ TEST(PngCodec, SixteenBitPicturesKeepTheHighByteOfEachSample) {
                chunk("IHDR", be32(width) + be32(1) + std::string{16, char(colorType), 0, 0, 0}) +
                chunk("IDAT", compressed) + chunk("IEND", "");
     };
-    const struct {
-        std::string file;
-        std::vector<std::uint8_t> rgba;  // premultiplied, as the codec gives them
-    } cases[] = {
+    // Each file and its pixels, premultiplied as the codec gives them.
+    const struct { std::string file; std::vector<std::uint8_t> rgba; } cases[] = {
         {png(2, {0x8080, 0x4040, 0xC0C0, 0xFFFF, 0x0000, 0x10FF}, 2), {0x80, 0x40, 0xC0, 0xFF, 0xFF, 0x00, 0x10, 0xFF}},
         {png(4, {0x8080, 0xFFFF, 0x40C0, 0x8000}, 2), {0x80, 0x80, 0x80, 0xFF, 0x20, 0x20, 0x20, 0x80}},
         {png(6, {0x8080, 0x4040, 0xC0C0, 0xFFFF}, 1), {0x80, 0x40, 0xC0, 0xFF}},

@@ -69,10 +69,7 @@ TEST(ControlApi, LocalProgramsDriveThePanelsOverHttpAndTheSimulatorServesOnlyIts
     EXPECT_EQ(post("/api/alert/button", {{"index", 0}})["status"], 409);
 
     // Local programs and its own pages reach the control API, only its own page the simulator.
-    struct Case {
-        const char *host, *origin, *fetchSite;
-        bool api, simulator;
-    };
+    struct Case { const char *host, *origin, *fetchSite; bool api, simulator; };
     for (const Case& test : {
              Case{"127.0.0.1:7913", "", "", true, false},  // curl, the CLI
              Case{"localhost:7913", "http://localhost:7913", "same-origin", true, true},
@@ -82,9 +79,7 @@ TEST(ControlApi, LocalProgramsDriveThePanelsOverHttpAndTheSimulatorServesOnlyIts
              Case{"127.0.0.1:7913", "null", "", false, false},  // a sandboxed frame
              Case{"127.0.0.1:7913", "", "cross-site", false, false},
              Case{"evil.example:7913", "http://evil.example:7913", "same-origin", false, false},
-             Case{"127.0.0.1:7914", "", "", false, false},
-             Case{"127.0.0.1", "", "", false, false},
-             Case{"", "", "", false, false},
+             Case{"127.0.0.1:7914", "", "", false, false}, Case{"127.0.0.1", "", "", false, false}, Case{"", "", "", false, false},
          }) {
         SCOPED_TRACE(std::string(test.host) + " / " + test.origin + " / " + test.fetchSite);
         EXPECT_EQ(host::ControlApi::fromLocalClient(test.host, test.origin, test.fetchSite, 7913), test.api);
@@ -120,8 +115,7 @@ TEST(ControlApi, LocalProgramsDriveThePanelsOverHttpAndTheSimulatorServesOnlyIts
     auto reader = [&] {
         std::string received;
         httplib::Client("127.0.0.1", server.port()).Get("/api/events", own, [&](const char* data, std::size_t size) {
-            received.append(data, size);
-            if (received.ends_with("event: touch\ndata: {\"x\":3}\n\n")) ++streamsSeeingTouch;
+            streamsSeeingTouch += received.append(data, size).ends_with("event: touch\ndata: {\"x\":3}\n\n");
             return true;
         });
     };
@@ -208,12 +202,11 @@ TEST(InputEvents, TurnsLinesIntoHidEventsAndNamesTheFirstBadLine) {
 
     const std::pair<const char*, const char*> bad[] = {
         {"{\"t\": 5, \"home\": \"up\"}\n{\"t\": 4, \"home\": \"down\"}", "line 2: \"t\" goes back in time"},
-        {"[1]", "line 1: each line must be a JSON object"},
+        {"[1]", "line 1: each line must be a JSON object"}, {"{\"t\": 0", "line 1: not valid JSON"},
         {"{\"t\": 0, \"touch\": [{\"finger\": 1, \"phase\": \"hover\", \"x\": 1, \"y\": 1}]}", "line 1: \"phase\""},
         {"{\"t\": 0, \"touch\": [{\"finger\": 1.5, \"phase\": \"up\", \"x\": 1, \"y\": 1}]}", "line 1: \"finger\""},
         {"{\"t\": -1, \"home\": \"up\"}", "line 1: \"t\" must not be negative"},
         {"{\"t\": 0, \"home\": \"up\", \"touch\": []}", "line 1: each line needs exactly one"},
-        {"{\"t\": 0", "line 1: not valid JSON"},
     };
     for (const auto& [text, message] : bad) {
         EXPECT_FALSE(host::parseInputEvents(text, screen, error)) << text;

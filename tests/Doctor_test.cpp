@@ -26,13 +26,9 @@ TEST(Doctor, AFreshRootPassesEveryCheckAndEachBrokenSetupFailsItsOwnWithItsCause
     auto hasLine = [](const std::string& report, const std::string& verdict, const std::string& check, const char* words) {
         return std::regex_search(report, std::regex("(^|\n)" + verdict + " " + check + " .*" + words));
     };
-    // A file (or, without text, a directory) where the check's own file or directory belongs.
-    const struct {
-        std::string path;
-        const char* text;
-        const char* failingCheck;
-        const char* causeWords;  // a phrase of the cause the user reads
-    } setups[] = {
+    // A file (or, without text, a directory) where the check's own file or directory belongs, and a
+    // phrase of the cause the user reads.
+    const struct { std::string path; const char *text, *failingCheck, *causeWords; } setups[] = {
         {"", nullptr, "", "nothing broken"},
         // The JSON stays alone on standard output when a receiver that cannot start says why.
         {"run", "not a directory", "receiver", "could not start for this root"},
