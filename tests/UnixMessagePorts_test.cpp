@@ -1,5 +1,4 @@
-// Message ports between processes: the Unix-socket ports themselves, the settings port, the
-// receiver process that serves injection, and the device-side port tool's wire format.
+// Unix-socket message ports, the settings port, the receiver process and the device port tool's wire format.
 #include "host/UnixMessagePorts.h"
 
 #include <fcntl.h>
@@ -33,37 +32,30 @@ namespace fs = std::filesystem;
 using Bytes = std::vector<std::uint8_t>;
 using E = EventSimulate;
 
-namespace {
-
-// A socket at a port's address that the test drives by hand.
-int rawSocketAt(const std::string& path, bool listening) {
-    int fd = ::socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0);
-    sockaddr_un address{};
-    address.sun_family = AF_UNIX;
-    std::strncpy(address.sun_path, path.c_str(), sizeof address.sun_path - 1);
-    auto* at = reinterpret_cast<sockaddr*>(&address);
-    EXPECT_EQ(listening ? ::bind(fd, at, sizeof address) : ::connect(fd, at, sizeof address), 0) << std::strerror(errno);
-    EXPECT_TRUE(!listening || ::listen(fd, 8) == 0);
-    return fd;
-}
-
-// A request through a fresh connection, which must be answered.
-Bytes ask(UnixMessagePorts& ports, const std::string& name, std::int32_t id, const Bytes& payload) {
-    auto remote = ports.createRemote(name);
-    Bytes reply{0xEE};
-    EXPECT_TRUE(remote && remote->sendRequest(id, payload, 1.0, 2.0, &reply) == SendStatus::success) << name;
-    return reply;
-}
-
-json readTrace(const std::string& path) {
-    json trace = json::array();
-    for (const std::string& line : lines(readFile(path))) trace.push_back(json::parse(line));
-    return trace;
-}
-
-}  // namespace
-
 TEST(UnixMessagePorts, CarryRequestsOptionsAndTouchesToOneServerPerNameOrReceiverProcessWhateverPeersDo) {
+    // A socket at a port's address that the test drives by hand.
+    auto rawSocketAt = [](const std::string& path, bool listening) {
+        int fd = ::socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0);
+        sockaddr_un address{};
+        address.sun_family = AF_UNIX;
+        std::strncpy(address.sun_path, path.c_str(), sizeof address.sun_path - 1);
+        auto* at = reinterpret_cast<sockaddr*>(&address);
+        EXPECT_EQ(listening ? ::bind(fd, at, sizeof address) : ::connect(fd, at, sizeof address), 0) << std::strerror(errno);
+        EXPECT_TRUE(!listening || ::listen(fd, 8) == 0);
+        return fd;
+    };
+    // A request through a fresh connection, which must be answered.
+    auto ask = [](UnixMessagePorts& ports, const std::string& name, std::int32_t id, const Bytes& payload) {
+        auto remote = ports.createRemote(name);
+        Bytes reply{0xEE};
+        EXPECT_TRUE(remote && remote->sendRequest(id, payload, 1.0, 2.0, &reply) == SendStatus::success) << name;
+        return reply;
+    };
+    auto readTrace = [](const std::string& path) {
+        std::vector<json> trace;
+        for (const std::string& line : lines(readFile(path))) trace.push_back(json::parse(line));
+        return json(trace);
+    };
     TempRoot root;
     LoopThread main;
     UnixMessagePorts ports(root.path(), &main.loop());
@@ -86,8 +78,7 @@ TEST(UnixMessagePorts, CarryRequestsOptionsAndTouchesToOneServerPerNameOrReceive
     }
     EXPECT_EQ(ask(ports, "echo", -2, {}), Bytes{0xFE});
 
-    // A client that announces an absurd length, one that leaves before its reply, one that stops
-    // half-way through a header: the server hangs up on the first and goes on serving.
+    // A client announcing an absurd length is hung up on; one leaving early or stalling blocks no one.
     const std::string echo = *socketPathFor(root.path(), "echo");
     const std::uint8_t absurd[8] = {2, 0, 0, 0, 0xFF, 0xFF, 0xFF, 0xFF}, request[8] = {2};
     int liar = rawSocketAt(echo, false), leaver = rawSocketAt(echo, false), stutter = rawSocketAt(echo, false);
@@ -113,9 +104,9 @@ TEST(UnixMessagePorts, CarryRequestsOptionsAndTouchesToOneServerPerNameOrReceive
     const std::pair<std::int32_t, Bytes> messages[] = {
         {4, {0, 0, 0, 0}}, {5, {0, 0, 0, 0}}, {6, {0, 0, 0, 0}}, {6, Bytes(8, 1)}, {4, {0, 1, 0, 0}}};
     for (const auto& [id, data] : messages) EXPECT_TRUE(ask(ports, settingsPortName, id, data).empty());
-    EXPECT_TRUE(Helper::ifShowPlayFinishedAlert()) << "256 is not 0";
-    EXPECT_FALSE(Helper::ifShowErrorsByAlert());
-    EXPECT_FALSE(Helper::ifLogErrors()) << "a message of the wrong length is ignored";
+    // 256 is not 0, and a message of the wrong length is ignored.
+    EXPECT_EQ(std::tuple(Helper::ifShowPlayFinishedAlert(), Helper::ifShowErrorsByAlert(), Helper::ifLogErrors()),
+              std::tuple(true, false, false));
 
     // One server per name, in a private directory; here a dead server left its socket in an open one.
     auto handler = [](std::int32_t, std::span<const std::uint8_t>) { return Bytes{9}; };
@@ -132,15 +123,13 @@ TEST(UnixMessagePorts, CarryRequestsOptionsAndTouchesToOneServerPerNameOrReceive
     UnixMessagePorts otherProcessView(root.path() + "/", &main.loop());
     EXPECT_EQ(otherProcessView.createLocal("name", handler), nullptr);
     EXPECT_EQ(ask(ports, "name", 1, {}), Bytes{9});
-    struct stat runInfo {}, socketInfo {};
+    struct stat runInfo {}, socketInfo {};  // the runtime directory is private
     ASSERT_EQ(::stat(run.c_str(), &runInfo) | ::stat(path.c_str(), &socketInfo), 0);
-    EXPECT_EQ(runInfo.st_mode & 0777, 0700u) << "the runtime directory is private";
-    EXPECT_EQ(socketInfo.st_mode & 0777, 0600u);
+    EXPECT_EQ(std::pair(runInfo.st_mode & 0777, socketInfo.st_mode & 0777), std::pair(0700u, 0600u));
     EXPECT_EQ(ports.createLocal("../escape", handler), nullptr);
 
     auto remote = ports.createRemote("name");
-    ASSERT_TRUE(remote);
-    EXPECT_TRUE(remote->isValid());
+    ASSERT_TRUE(remote && remote->isValid());
     first.reset();
     EXPECT_FALSE(remote->isValid());
     EXPECT_EQ(remote->sendRequest(1, {}, 1.0, 1.0, nullptr), SendStatus::isInvalid);
@@ -178,8 +167,7 @@ TEST(UnixMessagePorts, CarryRequestsOptionsAndTouchesToOneServerPerNameOrReceive
     Child child({TACTORA_CLI, "--root", root.path(), "--device", "iphone-se", "receiver", "--watch-fd",
                  std::to_string(lifeline[0])});
     close(lifeline[0]);
-    const auto begin = steady_clock::now();
-    while (!receiverAnswers(root.path(), 0.1) && steady_clock::now() - begin < std::chrono::seconds(5))
+    for (int i = 0; i < 500 && !receiverAnswers(root.path(), 0.1); ++i)
         std::this_thread::sleep_for(std::chrono::milliseconds(10));
 
     // A second caller finds the running receiver and leaves it alone; a second receiver refuses.
@@ -224,8 +212,7 @@ TEST(UnixMessagePorts, CarryRequestsOptionsAndTouchesToOneServerPerNameOrReceive
     EXPECT_EQ(child.wait(std::chrono::seconds(5)), 0) << "the receiver must end, and end well";
     EXPECT_FALSE(std::filesystem::exists(*socketPathFor(root.path(), injectionPortName)));
 
-    // One started here writes the trace it is given. Killed under a sender, it only fails the sends
-    // until the next one takes its name over; one that is stopped ends well.
+    // One started here traces where told; killed, it fails sends only until the next takes its name over.
     const std::string traceFile = root.path() + "/trace.jsonl";
     auto receiver = ensureReceiver(root.path(), "iphone-se", traceFile, error, {TACTORA_CLI});
     ASSERT_TRUE(receiver) << error;
@@ -241,8 +228,7 @@ TEST(UnixMessagePorts, CarryRequestsOptionsAndTouchesToOneServerPerNameOrReceive
     EXPECT_TRUE(WIFEXITED(status) && WEXITSTATUS(status) == 0) << status;
     E::resetConnection();
 
-    // The device-side port tool (scripts/device/port-message.py) speaks the same wire format: its dry
-    // run ("PORT ID HEX" a line) is what EventSimulate sends for the same gesture.
+    // The device port tool's dry run ("PORT ID HEX" a line) is what EventSimulate sends for the gesture.
     RecordingPorts recording;
     platform().messagePorts = &recording;
     const std::pair<const char*, std::function<void()>> gestures[] = {
@@ -264,12 +250,8 @@ TEST(UnixMessagePorts, CarryRequestsOptionsAndTouchesToOneServerPerNameOrReceive
             sent += "\n";
         }
         const std::string command = std::string(TACTORA_SOURCE_DIR "/scripts/device/port-message.py --dry-run ") + arguments;
-        std::string dryRun;
-        FILE* pipe = popen(("python3 " + command + " 2>&1").c_str(), "r");
-        ASSERT_TRUE(pipe);
-        for (char line[512]; std::fgets(line, sizeof line, pipe);) dryRun += line;
-        EXPECT_EQ(pclose(pipe), 0) << command;
-        EXPECT_EQ(dryRun, sent) << command;
+        EXPECT_EQ(Child({"/bin/sh", "-c", "python3 " + command + " >'" + root.file("dry-run") + "' 2>&1"}).wait(), 0);
+        EXPECT_EQ(readFile(root.file("dry-run")), sent) << command;
     }
     E::resetConnection();
 
