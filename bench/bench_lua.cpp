@@ -15,6 +15,7 @@
 #include <filesystem>
 #include <fstream>
 #include <future>
+#include <random>
 #include <thread>
 #include <vector>
 
@@ -145,19 +146,21 @@ public:
 };
 
 void stopLatency(benchmark::State& state, const char* script, bool realPauses = false,
-                 std::chrono::milliseconds settle = std::chrono::milliseconds(2), Apps* apps = nullptr) {
+                 std::chrono::milliseconds settle = std::chrono::milliseconds(2), Apps* apps = nullptr,
+                 std::chrono::microseconds jitter = std::chrono::microseconds(0)) {
     BenchDevice device;
     device.clock.realPauses = realPauses;
     if (apps) platform().apps = apps;
     LuaBridge bridge;
     std::vector<double> latencies;
+    std::minstd_rand random(7);
     for (auto _ : state) {
         device.clock.started = false;
         device.clock.endOfRun = 0;
         std::thread runner([&] { bridge.runLuaString(script); });
         while (!device.clock.started.load()) std::this_thread::yield();
         // Into the loop or pause proper, not just its start.
-        std::this_thread::sleep_for(settle);
+        std::this_thread::sleep_for(settle + std::chrono::microseconds(random() % (jitter.count() + 1)));
         auto stopAt = Steady::now();
         bridge.stopLuaRunning();
         runner.join();
@@ -195,7 +198,9 @@ BENCHMARK(BM_StopLatencyInAppRun)->UseManualTime()->Iterations(300)->Unit(benchm
 // The stop lands while the launch service has not answered yet; the launch goes on by itself.
 void BM_StopLatencyInSlowLaunch(benchmark::State& state) {
     SlowApps apps;
-    stopLatency(state, "usleep(0) appRun('com.example.slow')", false, std::chrono::milliseconds(20), &apps);
+    // The jitter keeps the stop from landing in step with the script's looks at the stop word.
+    stopLatency(state, "usleep(0) appRun('com.example.slow')", false, std::chrono::milliseconds(20), &apps,
+                std::chrono::microseconds(10000));
     while (apps.launching.load() > 0) std::this_thread::sleep_for(std::chrono::milliseconds(10));
 }
 BENCHMARK(BM_StopLatencyInSlowLaunch)->UseManualTime()->Iterations(50)->Unit(benchmark::kMicrosecond);
