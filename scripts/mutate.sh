@@ -20,12 +20,14 @@ exclude=${MUTATE_EXCLUDE:-^$}
 src=$work/src
 build=$src/build/release
 
-# The scratch copy holds the tracked files as they are in the checkout, edits included.
+# The scratch copy holds the tracked files as they are in the checkout, edits included. Each file
+# gets the time of the copy (tar -m): a file whose checkout time is older than the scratch build
+# would otherwise keep its stale object (ccache makes the rebuild cheap).
 mkdir -p "$src"
 find "$src" -mindepth 1 -maxdepth 1 ! -name build -exec rm -rf {} +
 (cd "$here" && git ls-files -z --cached --others --exclude-standard | \
   while IFS= read -r -d '' f; do [ -f "$f" ] && printf '%s\0' "$f"; done | tar --null -T - -cf -) | \
-  tar -C "$src" -xf -
+  tar -C "$src" -m -xf -
 # A run that was interrupted may have left a planted fault behind: the copy above put the file
 # back, with its old time, so make sure it is compiled again.
 if [ -f "$work/planted" ]; then touch "$src/$(cat "$work/planted")"; rm -f "$work/planted"; fi
